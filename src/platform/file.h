@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string_view>
+
+// Files by descriptor. The standard streams would not do: one library's takes a read that fails
+// for the end of the file, and both allocate for each file. Every call that a signal interrupts is
+// taken up again.
+
+// The size in bytes of the blocks in which files are read.
+inline constexpr std::size_t blocksize = 65536;
+
+// Takes a path and opens it for reading. Gives a descriptor, or -1 when that fails. It does not
+// wait: a FIFO that nobody writes to is at its end at once.
+int openread(const std::filesystem::path& file);
+
+// Takes a descriptor and room for `size` bytes, and reads up to that many. Gives the number of
+// bytes read, 0 at the end of the file and -1 when the read fails.
+long readblock(int descriptor, char* block, std::size_t size);
+
+// Takes a path where nothing stands and creates a file there for writing. Gives a descriptor, or -1
+// when that fails.
+int opennew(const std::filesystem::path& file);
+
+// Takes a descriptor and writes all of `text`. Gives whether that worked; after a failure what had
+// been written stays.
+bool writeall(int descriptor, std::string_view text);
+
+// Takes a descriptor and closes it.
+void closefile(int descriptor);
