@@ -8,6 +8,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "package/tree.h"
+
 namespace fs = std::filesystem;
 
 std::ostream& operator<<(std::ostream& stream, const Ended& ended) {
@@ -79,6 +81,15 @@ Studio::~Studio() {
         if (entry.is_directory() && !entry.is_symlink())
             fs::permissions(entry.path(), fs::perms::owner_all);
     fs::remove_all(dir);
+}
+
+fs::path Studio::package(const std::string& name, const std::string& product,
+                         const Files& files) const {
+    const fs::path root = dir / name;
+    for (const auto& [path, content] : files) write(root / "payload" / path, content);
+    write(root / "CONTENTS.sha256", text(tree(root / "payload")));
+    write(root / "PRODUCT.txt", product + '\n');
+    return root;
 }
 
 void Studio::lsof(const std::map<int, std::string>& calls) const {

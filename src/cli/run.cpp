@@ -6,9 +6,11 @@
 
 #include "cli/options.h"
 #include "package/manifest.h"
+#include "package/safe.h"
 
 void run(int argc, char** argv) {
     [[maybe_unused]] const auto [package, testRoot, remove, dryRun] = scan(argc, argv);
+    safe(package);
     [[maybe_unused]] const Manifest manifest = read(package / "CONTENTS.sha256");
 
     if (dryRun) {

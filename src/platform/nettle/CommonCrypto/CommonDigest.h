@@ -1,0 +1,27 @@
+#pragma once
+
+// The digest operations of the target platform, over Nettle, which picks the processor's own
+// instructions at run time. The results have no meaning, as there.
+
+#include <nettle/sha2.h>
+
+#include <cstdint>
+
+using CC_LONG = std::uint32_t;  // bytes
+using CC_SHA256_CTX = sha256_ctx;
+inline constexpr int CC_SHA256_DIGEST_LENGTH = 32;  // bytes
+
+inline int CC_SHA256_Init(CC_SHA256_CTX* context) {
+    nettle_sha256_init(context);
+    return 1;
+}
+
+inline int CC_SHA256_Update(CC_SHA256_CTX* context, const void* bytes, CC_LONG size) {
+    nettle_sha256_update(context, size, static_cast<const std::uint8_t*>(bytes));
+    return 1;
+}
+
+inline int CC_SHA256_Final(unsigned char* digest, CC_SHA256_CTX* context) {
+    nettle_sha256_digest(context, CC_SHA256_DIGEST_LENGTH, digest);
+    return 1;
+}
