@@ -26,3 +26,44 @@ TEST_F(Cli, FailsInTheLibrarysWordsWithoutAWorkingDirectory) {
     EXPECT_TRUE(relative.err.starts_with("filesystem error")) << relative.err;
     EXPECT_EQ(tool({"--test-root", "/x", "--unknown"}, gone), failed("Unknown option: --unknown"));
 }
+
+TEST_F(Cli, JudgesWhatAPackageMayHold) {
+    const struct {
+        std::vector<std::string> keys;
+        std::string product;
+        std::string message;
+    } cases[] = {
+        {{"VST3"}, "Marbrel\n", "Missing bundle"},
+        {{"PRODUCT.txt"}, "Marbrel\n", "Missing bundle"},
+        {{"VST3/"}, "Marbrel\n", "Unexpected bundle identity"},
+        {{"x/"}, "Marbrel\n", "Unexpected format"},
+        {{"vst3/MarbrelHD.vst3/a"}, "Marbrel\n", "Unexpected format"},
+        {{"VST3/marbrelHD.vst3/a"}, "Marbrel\n", "Unexpected bundle identity"},
+        {{"VST3/Other.vst3/a"}, "Marbrel\n", "Unexpected bundle identity"},
+        {{"VST3/MarbrelHDAU.component/a"}, "Marbrel\n", "Format mismatch"},
+        {{"Components/MarbrelHD.vst3/a"}, "Marbrel\n", "Format mismatch"},
+        {{"VST3/MarbrelHDAU.component/a", "Components/x/a"}, "", "Unexpected bundle identity"},
+        {{"VST3/MarbrelHD.vst3/a"}, "", "Unknown product"},
+        {{"VST3/MarbrelHD.vst3/a"}, "\nMarbrel\n", "Unknown product"},
+        {{"VST3/MarbrelHD.vst3/a"}, "Marbrel\r\n", "Unknown product"},
+        {{"VST3/MarbrelHD.vst3/a"}, " Marbrel\n", "Unknown product"},
+        {{"VST3/MarbrelHD.vst3/a"}, "marbrel\n", "Unknown product"},
+        {{"VST3/MarbrelHD.vst3/a"}, "Marbrel" + std::string(100, ' '), "Unknown product"},
+        {{"VST3/MarbrelHD.vst3/a"}, "Quellotrone\n", "Mixed product package refused"},
+        {{"VST3/Quellotrone.vst3/a"}, "Marbrel\n", "Mixed product package refused"},
+        {{"VST3/MarbrelHD.vst3/a", "VST3/Quellotrone.vst3/a"},
+         "Marbrel\n",
+         "Mixed product package refused"},
+        {{"VST3/MarbrelHD.vst3/a", "Components/MarbrelHDAU.component/a"},
+         "Marbrel\n",
+         "Use one format per package"},
+    };
+    for (const auto& [keys, product, message] : cases) {
+        std::string contents;
+        for (const auto& key : keys) contents += std::string(64, '0') + "  " + key + '\n';
+        write(dir / "p/CONTENTS.sha256", contents);
+        write(dir / "p/PRODUCT.txt", product);
+        EXPECT_EQ(tool({"--package", "p"}), failed(message)) << contents << product;
+    }
+    EXPECT_TRUE(disk(dir / "home").empty());
+}

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/options.h"
+#include "package/identity.h"
 #include "package/manifest.h"
 #include "package/safe.h"
 
@@ -12,6 +13,10 @@ void run(int argc, char** argv) {
     [[maybe_unused]] const auto [package, testRoot, remove, dryRun] = scan(argc, argv);
     safe(package);
     [[maybe_unused]] const Manifest manifest = read(package / "CONTENTS.sha256");
+    const std::set<BundleKey> bundles = named(manifest);
+    const std::string product = productof(package);
+    oneproduct(bundles, product);
+    [[maybe_unused]] const std::string format = oneformat(bundles);
 
     if (dryRun) {
         std::cout << "READY: verified package; no files changed\n";
