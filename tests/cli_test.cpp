@@ -67,3 +67,25 @@ TEST_F(Cli, JudgesWhatAPackageMayHold) {
     }
     EXPECT_TRUE(disk(dir / "home").empty());
 }
+
+TEST_F(Cli, TakesItsPlacesFromHomeOrTheTestRoot) {
+    package("p", "Marbrel", hd);
+    fs::create_directory(dir / "real");
+    fs::create_directory_symlink("real", dir / "link");
+    const auto home = [](const char* value) {
+        return [value] { value != nullptr ? setenv("HOME", value, 1) : unsetenv("HOME"); };
+    };
+    const Ended link = failed("Symlink path refused: " + (dir / "link").string());
+    EXPECT_EQ(tool({"--package", "p"}, home(nullptr)), failed("User directory unavailable"));
+    EXPECT_EQ(tool({"--package", "p"}, home("")), failed("User directory unavailable"));
+    EXPECT_EQ(tool({"--package", "p", "--test-root", "t", "--dry-run"}, home(nullptr)), ready);
+    EXPECT_EQ(tool({"--package", "p", "--test-root", "link"}), link);
+    EXPECT_EQ(tool({"--package", "p", "--test-root", "link/below"}), link);
+    EXPECT_EQ(tool({"--package", "p"}, home((dir / "link").c_str())), link);
+
+    // The rules on names come first, the one format after the choice of the support directory.
+    package("both", "Marbrel", join({hd, {{"Components/MarbrelHDAU.component/a", ""}}}));
+    EXPECT_EQ(tool({"--package", "both"}, home("")), failed("User directory unavailable"));
+    package("mixed", "Quellotrone", hd);
+    EXPECT_EQ(tool({"--package", "mixed"}, home("")), failed("Mixed product package refused"));
+}

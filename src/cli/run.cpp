@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/options.h"
+#include "install/locations.h"
 #include "package/identity.h"
 #include "package/manifest.h"
 #include "package/safe.h"
@@ -16,7 +17,13 @@ void run(int argc, char** argv) {
     const std::set<BundleKey> bundles = named(manifest);
     const std::string product = productof(package);
     oneproduct(bundles, product);
+    const std::filesystem::path support = supportdir(testRoot);
+    safe(support);
     [[maybe_unused]] const std::string format = oneformat(bundles);
+    const std::filesystem::path receiptPath = receiptpath(support, product, format);
+    safe(receiptPath);
+    [[maybe_unused]] const Manifest receiptManifest =
+        std::filesystem::exists(receiptPath) ? read(receiptPath) : Manifest();
 
     if (dryRun) {
         std::cout << "READY: verified package; no files changed\n";

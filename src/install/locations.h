@@ -1,0 +1,23 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "package/identity.h"
+
+// Every location is computed from one base, the test root if its text is not empty, else the
+// user's home directory. Nothing here touches the disk.
+
+// Gives the user's home directory, the value of HOME unchanged.
+// Fails with "User directory unavailable".
+std::filesystem::path home();
+
+// Takes the test root and a bundle, and gives the bundle's destination. Fails like `home`.
+std::filesystem::path target(const std::filesystem::path& root, const BundleKey& key);
+
+// Takes the test root and gives the support directory. Fails like `home`.
+std::filesystem::path supportdir(const std::filesystem::path& root);
+
+// Takes the support directory and gives the path of the receipt of one product in one format.
+std::filesystem::path receiptpath(const std::filesystem::path& support, const std::string& product,
+                                  const std::string& format);
