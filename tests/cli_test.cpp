@@ -16,6 +16,45 @@ namespace fs = std::filesystem;
 
 class Cli : public Studio {};
 
+TEST_F(Cli, TakesFourOptions) {
+    package("p", "Marbrel", hd);
+    package("--remove", "Marbrel", hd);
+    const std::string none = "Manifest missing: " + (dir / "none/CONTENTS.sha256").string();
+    const struct {
+        std::vector<std::string> arguments;
+        Ended ended;
+    } cases[] = {
+        {{}, failed("Package directory required")},
+        {{"--dry-run"}, failed("Package directory required")},
+        {{"--remove"}, failed("Package directory required")},
+        {{"--package", ""}, failed("Package directory required")},
+        {{"--package", "p", "--package", ""}, failed("Package directory required")},
+        {{"p"}, failed("Unknown option: p")},
+        {{""}, failed("Unknown option: ")},
+        {{"--help"}, failed("Unknown option: --help")},
+        {{"--Remove"}, failed("Unknown option: --Remove")},
+        {{"--dry"}, failed("Unknown option: --dry")},
+        {{"--package=p"}, failed("Unknown option: --package=p")},
+        {{"--package"}, failed("Unknown option: --package")},
+        {{"--package", "p", "--package"}, failed("Unknown option: --package")},
+        {{"--package", "p", "--test-root"}, failed("Unknown option: --test-root")},
+        {{"-x", "--package"}, failed("Unknown option: -x")},
+        {{"--package", "none", "--dry-run"}, failed(none)},
+        {{"--package", "p", "--dry-run"}, ready},
+        {{"--package", dir / "p", "--dry-run", "--remove"}, ready},
+        {{"--package", "none", "--remove", "--remove", "--dry-run", "--package", "p"}, ready},
+        {{"--package", "--remove", "--dry-run"}, ready},
+        {{"--package", "none/../p/", "--dry-run"},
+         failed("Manifest missing: " + (dir / "none/../p/CONTENTS.sha256").string())},
+        {{"--package", "home/../p/", "--dry-run", "--test-root", "x", "--test-root", "y/../z"},
+         ready},
+    };
+    const auto before = disk(dir);
+    for (const auto& [arguments, ended] : cases)
+        EXPECT_EQ(tool(arguments), ended) << testing::PrintToString(arguments);
+    EXPECT_EQ(disk(dir), before);
+}
+
 TEST_F(Cli, FailsInTheLibrarysWordsWithoutAWorkingDirectory) {
     const auto gone = [this] {
         if (mkdir("gone", 0700) != 0 || chdir("gone") != 0 || rmdir((dir / "gone").c_str()) != 0)
@@ -57,6 +96,16 @@ TEST_F(Cli, JudgesWhatAPackageMayHold) {
         {{"VST3/MarbrelHD.vst3/a", "Components/MarbrelHDAU.component/a"},
          "Marbrel\n",
          "Use one format per package"},
+        // Past these rules, the payload is next.
+        {{"VST3/MarbrelHD.vst3"},
+         "Marbrel",
+         "Bundle missing: " + (dir / "p/payload/VST3/MarbrelHD.vst3").string()},
+        {{"VST3//MarbrelLowCPU.vst3/a"},
+         "Marbrel\nmore\n",
+         "Bundle missing: " + (dir / "p/payload/VST3/MarbrelLowCPU.vst3").string()},
+        {{"Components/QuellotroneAU.component/a"},
+         "Quellotrone\n" + std::string(100, 'x'),
+         "Bundle missing: " + (dir / "p/payload/Components/QuellotroneAU.component").string()},
     };
     for (const auto& [keys, product, message] : cases) {
         std::string contents;

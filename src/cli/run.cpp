@@ -6,6 +6,7 @@
 
 #include "cli/options.h"
 #include "install/locations.h"
+#include "install/preflight.h"
 #include "package/identity.h"
 #include "package/manifest.h"
 #include "package/safe.h"
@@ -24,6 +25,7 @@ void run(int argc, char** argv) {
     safe(receiptPath);
     [[maybe_unused]] const Manifest receiptManifest =
         std::filesystem::exists(receiptPath) ? read(receiptPath) : Manifest();
+    const CapturedTrees captured = preflight(package, testRoot, manifest, bundles, receiptManifest);
 
     if (dryRun) {
         std::cout << "READY: verified package; no files changed\n";

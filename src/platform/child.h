@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+// How a child process ended.
+struct ChildEnd {
+    bool started = false;        // false: no child has run
+    int status = -1;             // its exit status; -1: a signal ended it, or its end is not known
+    std::size_t errorbytes = 0;  // bytes that it wrote on standard error
+};
+
+// Takes the path of a program, used as given, and its arguments. Runs it to its end, however long
+// that takes, and gives how it ended. The child has the caller's standard input, environment and
+// working directory, no other descriptor, and no signal held back; what it writes goes nowhere.
+ChildEnd runchild(const char* program, const std::vector<std::string>& arguments);

@@ -1,0 +1,5 @@
+#include "platform/lsof.h"
+
+const char* lsof() {
+    return "/usr/sbin/lsof";
+}
