@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "harness.h"
+#include "transaction/backup.h"
 
 namespace fs = std::filesystem;
 
@@ -78,4 +79,19 @@ TEST_F(Install, TellsWhatItMayNotRead) {
         EXPECT_EQ(result.status, 3);
         EXPECT_TRUE(result.err.starts_with("filesystem error")) << result;
     }
+}
+
+TEST_F(Install, NoTwoRunsShareATransactionDirectory) {
+    const fs::path tx = opentx(dir / "s", "Marbrel", -12);
+    EXPECT_EQ(tx, dir / "s/Backups/Marbrel--12");
+    EXPECT_EQ(failure([&] { opentx(dir / "s", "Marbrel", -12); }),
+              "Backup transaction already exists");
+    EXPECT_EQ(opentx(dir / "s", "Quellotrone", -12).filename(), "Quellotrone--12");
+    write(dir / "s/Backups/Marbrel-5", "kept");
+    EXPECT_NE(failure([&] { opentx(dir / "s", "Marbrel", 5); }), "");
+    EXPECT_EQ(slurp(dir / "s/Backups/Marbrel-5"), "kept");
+    fs::rename(dir / "s/Backups", dir / "elsewhere");
+    fs::create_directory_symlink("../elsewhere", dir / "s/Backups");
+    EXPECT_EQ(failure([&] { opentx(dir / "s", "Marbrel", 6); }),
+              "Symlink path refused: " + (dir / "s/Backups").string());
 }

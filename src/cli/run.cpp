@@ -10,6 +10,7 @@
 #include "package/identity.h"
 #include "package/manifest.h"
 #include "package/safe.h"
+#include "transaction/backup.h"
 
 void run(int argc, char** argv) {
     [[maybe_unused]] const auto [package, testRoot, remove, dryRun] = scan(argc, argv);
@@ -31,4 +32,7 @@ void run(int argc, char** argv) {
         std::cout << "READY: verified package; no files changed\n";
         return;
     }
+
+    const std::filesystem::path tx = opentx(support, product, ticks());
+    backup(testRoot, captured, tx);
 }

@@ -1,0 +1,32 @@
+#include "transaction/backup.h"
+
+#include <chrono>
+#include <stdexcept>
+
+#include "install/locations.h"
+#include "package/safe.h"
+#include "package/tree.h"
+#include "transaction/copytree.h"
+
+std::int64_t ticks() {
+    return std::chrono::system_clock::now().time_since_epoch().count();
+}
+
+std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product,
+                             std::int64_t ticks) {
+    std::filesystem::create_directories(support);
+    std::filesystem::path tx = support / "Backups" / (product + '-' + std::to_string(ticks));
+    safe(tx);
+    if (!std::filesystem::create_directories(tx))
+        throw std::runtime_error("Backup transaction already exists");
+    return tx;
+}
+
+void backup(const std::filesystem::path& testRoot, const CapturedTrees& captured,
+            const std::filesystem::path& tx) {
+    for (const auto& [key, found] : captured) {
+        const std::filesystem::path copy = tx / "verified-backup" / key;
+        copyTree(target(testRoot, key), copy);
+        if (tree(copy) != found) throw std::runtime_error("Backup verification failed");
+    }
+}
