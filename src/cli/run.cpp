@@ -11,6 +11,7 @@
 #include "package/manifest.h"
 #include "package/safe.h"
 #include "transaction/backup.h"
+#include "transaction/staging.h"
 
 void run(int argc, char** argv) {
     [[maybe_unused]] const auto [package, testRoot, remove, dryRun] = scan(argc, argv);
@@ -35,4 +36,5 @@ void run(int argc, char** argv) {
 
     const std::filesystem::path tx = opentx(support, product, ticks());
     backup(testRoot, captured, tx);
+    if (!remove) stage(package, manifest, bundles, tx);
 }
