@@ -11,6 +11,7 @@
 #include "package/manifest.h"
 #include "package/safe.h"
 #include "transaction/backup.h"
+#include "transaction/commit.h"
 #include "transaction/staging.h"
 
 void run(int argc, char** argv) {
@@ -37,4 +38,11 @@ void run(int argc, char** argv) {
     const std::filesystem::path tx = opentx(support, product, ticks());
     backup(testRoot, captured, tx);
     if (!remove) stage(package, manifest, bundles, tx);
+
+    // Room for both lists now: inside the region no append may fail behind a rename.
+    std::vector<BundleKey> moved;
+    std::vector<BundleKey> installed;
+    moved.reserve(bundles.size());
+    installed.reserve(bundles.size());
+    commit(testRoot, remove, manifest, bundles, captured, tx, moved, installed);
 }

@@ -1,0 +1,37 @@
+#include "transaction/commit.h"
+
+#include <stdexcept>
+
+#include "install/locations.h"
+#include "install/unloaded.h"
+#include "package/tree.h"
+
+// Renames a bundle and records its key. The key is copied beforehand, so that nothing can fail
+// between the two.
+static void moveto(const std::filesystem::path& from, const std::filesystem::path& to,
+                   BundleKey key, std::vector<BundleKey>& record) {
+    std::filesystem::create_directories(to.parent_path());
+    std::filesystem::rename(from, to);
+    record.push_back(std::move(key));
+}
+
+void commit(const std::filesystem::path& testRoot, bool remove, const Manifest& manifest,
+            const std::set<BundleKey>& bundles, const CapturedTrees& captured,
+            const std::filesystem::path& tx, std::vector<BundleKey>& moved,
+            std::vector<BundleKey>& installed) {
+    for (const BundleKey& key : bundles) {
+        const std::filesystem::path dest = target(testRoot, key);
+        unloaded(dest);
+        if (const auto found = captured.find(key); found != captured.end()) {
+            if (tree(dest) != found->second)
+                throw std::runtime_error("Plugin changed during transaction");
+            moveto(dest, tx / "original" / key, key, moved);
+        } else if (std::filesystem::exists(dest)) {
+            throw std::runtime_error("New destination appeared");
+        }
+        if (remove) continue;
+        moveto(tx / "staged" / key, dest, key, installed);
+        if (tree(dest) != sub(manifest, key))
+            throw std::runtime_error("Installed readback mismatch");
+    }
+}
