@@ -12,6 +12,7 @@
 #include "package/safe.h"
 #include "transaction/backup.h"
 #include "transaction/commit.h"
+#include "transaction/rollback.h"
 #include "transaction/staging.h"
 
 void run(int argc, char** argv) {
@@ -44,5 +45,10 @@ void run(int argc, char** argv) {
     std::vector<BundleKey> installed;
     moved.reserve(bundles.size());
     installed.reserve(bundles.size());
-    commit(testRoot, remove, manifest, bundles, captured, tx, moved, installed);
+    try {
+        commit(testRoot, remove, manifest, bundles, captured, tx, moved, installed);
+    } catch (...) {
+        rollback(testRoot, receiptPath, tx, moved, installed);
+        throw;
+    }
 }
