@@ -11,8 +11,8 @@
 
 namespace fs = std::filesystem;
 
-[[maybe_unused]] static const Ended ready = {0, "READY: verified package; no files changed\n", ""};
-[[maybe_unused]] static const Files hd = {{"VST3/MarbrelHD.vst3/Contents/MacOS/MarbrelHD", "one"}};
+static const Ended ready = {0, "READY: verified package; no files changed\n", ""};
+static const Files hd = {{"VST3/MarbrelHD.vst3/Contents/MacOS/MarbrelHD", "one"}};
 
 class Cli : public Studio {};
 
@@ -137,4 +137,112 @@ TEST_F(Cli, TakesItsPlacesFromHomeOrTheTestRoot) {
     EXPECT_EQ(tool({"--package", "both"}, home("")), failed("User directory unavailable"));
     package("mixed", "Quellotrone", hd);
     EXPECT_EQ(tool({"--package", "mixed"}, home("")), failed("Mixed product package refused"));
+
+    const struct {
+        std::string home;
+        std::vector<std::string> options;
+        std::string plugins;
+        std::string support;
+        std::string printed;  // the support directory, as the run names it
+    } cases[] = {
+        {dir / "a",
+         {},
+         "a/Library/Audio/Plug-Ins",
+         "a/Library/Application Support/Orvelline",
+         dir / "a/Library/Application Support/Orvelline"},
+        {dir.string() + "/b/",
+         {},
+         "b/Library/Audio/Plug-Ins",
+         "b/Library/Application Support/Orvelline",
+         dir / "b/Library/Application Support/Orvelline"},
+        {"c",
+         {},
+         "c/Library/Audio/Plug-Ins",
+         "c/Library/Application Support/Orvelline",
+         "c/Library/Application Support/Orvelline"},
+        {"d", {"--test-root", ""}, "plugins", "support", dir / "support"},
+        {"e", {"--test-root", "f g/"}, "f g/plugins", "f g/support", dir / "f g/support"},
+    };
+    for (const auto& [value, options, plugins, support, printed] : cases) {
+        std::vector<std::string> arguments = {"--package", "p"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Ended ended = tool(arguments, home(value.c_str()));
+        EXPECT_EQ(ended.out.find("INSTALLED; rollback backup: " + printed + "/Backups/Marbrel-"), 0)
+            << ended;
+        EXPECT_EQ(disk(dir / plugins), disk(dir / "p/payload")) << value;
+        EXPECT_TRUE(fs::exists(dir / support / "Marbrel-VST3.sha256")) << value;
+    }
+}
+
+TEST_F(Cli, StandsAnyInput) {
+    const fs::path p = package("p", "Marbrel", hd);
+    const std::string contents = slurp(p / "CONTENTS.sha256");
+    const std::vector<std::string> arguments = {"--package", "p"};
+
+    fs::remove(p / "CONTENTS.sha256");
+    ASSERT_EQ(mkfifo((p / "CONTENTS.sha256").c_str(), 0666), 0);
+    EXPECT_EQ(tool(arguments), failed("Empty manifest"));
+    fs::remove(p / "CONTENTS.sha256");
+    fs::create_symlink("/dev/zero", p / "CONTENTS.sha256");
+    EXPECT_EQ(tool(arguments), failed("Malformed manifest"));
+    fs::remove(p / "CONTENTS.sha256");
+    write(p / "CONTENTS.sha256", contents);
+    fs::remove(p / "PRODUCT.txt");
+    EXPECT_EQ(tool(arguments), failed("Unknown product"));
+    ASSERT_EQ(mkfifo((p / "PRODUCT.txt").c_str(), 0666), 0);
+    EXPECT_EQ(tool(arguments), failed("Unknown product"));
+    fs::remove(p / "PRODUCT.txt");
+    fs::create_directory(p / "PRODUCT.txt");
+    EXPECT_EQ(tool(arguments), failed("Unknown product"));
+    EXPECT_TRUE(disk(dir / "home").empty());
+
+    // Odd names, a deep tree and many files install as they are.
+    Files odd = {{"VST3/MarbrelHD.vst3/ a\xFF\x01'\"$`\\*\r", ""}, {"VST3/MarbrelHD.vst3/--", "x"}};
+    std::string deep = "VST3/MarbrelHD.vst3";
+    for (int level = 0; level < 200; ++level) deep += "/dir";
+    odd[deep + "/file"] = "deep";
+    for (int i = 0; i < 2000; ++i) odd["VST3/MarbrelHD.vst3/many/" + std::to_string(i)] = "x";
+    package("odd", "Marbrel", odd);
+    EXPECT_EQ(tool({"--package", "odd", "--test-root", "r"}).status, 0);
+    EXPECT_EQ(disk(dir / "r/plugins"), disk(dir / "odd/payload"));
+
+    // A socket is not part of the proof, but nothing that a copy could hold.
+    package("socket", "Marbrel", hd);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
+    const fs::path before = fs::current_path();
+    fs::current_path(dir / "socket/payload/VST3/MarbrelHD.vst3");
+    address.sun_path[0] = 's';
+    ASSERT_EQ(bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    fs::current_path(before);
+    close(descriptor);
+    const auto plugins = disk(dir / "r/plugins");
+    EXPECT_EQ(tool({"--package", "socket", "--test-root", "s", "--dry-run"}), ready);
+    EXPECT_FALSE(fs::exists(dir / "s"));
+    EXPECT_EQ(tool({"--package", "socket", "--test-root", "s"}).status, 3);
+    EXPECT_FALSE(fs::exists(dir / "s/plugins"));
+}
+
+TEST_F(Cli, AnswersWithItsStatusWhenNobodyReads) {
+    package("p", "Marbrel", hd);
+    const auto unread = [](std::vector<int> closed, std::vector<int> broken) {
+        return [closed, broken] {
+            int ends[2];
+            if (pipe(ends) != 0) _exit(96);
+            for (const int descriptor : broken) dup2(ends[1], descriptor);
+            close(ends[0]);
+            close(ends[1]);
+            for (const int descriptor : closed) close(descriptor);
+            signal(SIGPIPE, SIG_DFL);
+        };
+    };
+    EXPECT_EQ(tool({"--package", "p", "--dry-run"}, unread({}, {1})).status, 0);
+    EXPECT_EQ(tool({"--package", "p", "--bad"}, unread({}, {2})).status, 3);
+    EXPECT_EQ(tool({"--package", "p"}, unread({}, {1, 2})).status, 0);
+    EXPECT_EQ(tool({"--package", "p"}, unread({0, 1, 2}, {})).status, 0);
+    EXPECT_EQ(lsofcalls(), 2);
+    EXPECT_EQ(disk(dir / "home/Library/Audio/Plug-Ins"), disk(dir / "p/payload"));
+    EXPECT_EQ(slurp(dir / "home/Library/Application Support/Orvelline/Marbrel-VST3.sha256"),
+              slurp(dir / "p/CONTENTS.sha256"));
 }

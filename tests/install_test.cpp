@@ -7,8 +7,8 @@
 
 namespace fs = std::filesystem;
 
-[[maybe_unused]] static const Ended ready = {0, "READY: verified package; no files changed\n", ""};
-[[maybe_unused]] static const std::string loaded =
+static const Ended ready = {0, "READY: verified package; no files changed\n", ""};
+static const std::string loaded =
     "Plugin is loaded or load check unavailable; save/close hosts first";
 
 static Files hd(const std::string& content) {
@@ -16,15 +16,15 @@ static Files hd(const std::string& content) {
             {"VST3/MarbrelHD.vst3/Contents/Info.plist", "info " + content}};
 }
 
-[[maybe_unused]] static Files low(const std::string& content) {
+static Files low(const std::string& content) {
     return {{"VST3/MarbrelLowCPU.vst3/Contents/MacOS/MarbrelLowCPU", content}};
 }
 
-[[maybe_unused]] static Files au(const std::string& content) {
+static Files au(const std::string& content) {
     return {{"Components/MarbrelHDAU.component/Contents/MacOS/MarbrelHDAU", content}};
 }
 
-[[maybe_unused]] static Files quellotrone(const std::string& content) {
+static Files quellotrone(const std::string& content) {
     return {{"VST3/Quellotrone.vst3/Contents/MacOS/Quellotrone", content}};
 }
 
@@ -59,6 +59,225 @@ class Install : public Studio {
     }
 };
 
+TEST_F(Install, LeavesExactlyWhatItShouldAfterEachKindOfRun) {
+    package("one", "Marbrel", join({hd("1"), low("1")}));
+    package("two", "Marbrel", join({hd("2"), low("2")}));
+
+    const fs::path first = done("one");
+    EXPECT_EQ(disk(plugins()), payload("one"));
+    EXPECT_EQ(disk(first), (std::map<std::string, std::string>{{"staged", "directory"},
+                                                               {"staged/VST3", "directory"}}));
+    EXPECT_EQ(lsofcalls(), 0);
+
+    const std::string receipt = slurp(support() / "Marbrel-VST3.sha256");
+    EXPECT_EQ(receipt, slurp(dir / "one/CONTENTS.sha256"));
+    const fs::path upgrade = done("two");
+    EXPECT_EQ(disk(plugins()), payload("two"));
+    EXPECT_EQ(disk(upgrade / "verified-backup"), payload("one"));
+    EXPECT_EQ(disk(upgrade / "original"), payload("one"));
+    EXPECT_EQ(disk(upgrade / "staged").size(), 1U);
+    EXPECT_EQ(slurp(upgrade / "previous-receipt.sha256"), receipt);
+    EXPECT_FALSE(fs::exists(upgrade / "failed"));
+    EXPECT_EQ(lsofcalls(), 4);
+    EXPECT_EQ(slurp(dir / "calls").find("-n " + (plugins() / "VST3/MarbrelHD.vst3").string()), 0U);
+
+    EXPECT_EQ(disk(done("two") / "original"), payload("two"));  // a reinstall replaces as well
+    EXPECT_EQ(disk(done("one") / "original"), payload("two"));  // and so does a downgrade
+    EXPECT_EQ(disk(plugins()), payload("one"));
+
+    const fs::path removal = done("one", {"--remove"});
+    EXPECT_EQ(disk(plugins()), (std::map<std::string, std::string>{{"VST3", "directory"}}));
+    EXPECT_EQ(disk(removal / "original"), payload("one"));
+    EXPECT_EQ(disk(removal / "verified-backup"), payload("one"));
+    EXPECT_EQ(slurp(removal / "removed-receipt.sha256"), receipt);
+    EXPECT_FALSE(fs::exists(removal / "staged"));
+
+    const fs::path nothing = done("one", {"--remove"});
+    EXPECT_TRUE(disk(nothing).empty());
+    EXPECT_EQ(disk(support()).count("Marbrel-VST3.sha256"), 0U);
+    EXPECT_EQ(std::distance(fs::directory_iterator(support() / "Backups"), {}), 6);
+}
+
+TEST_F(Install, TreatsASubsetAsThePackageItIs) {
+    package("both", "Marbrel", join({hd("1"), low("1")}));
+    package("half", "Marbrel", hd("2"));
+    done("both");
+    done("half");
+    EXPECT_EQ(slurp(support() / "Marbrel-VST3.sha256"), slurp(dir / "half/CONTENTS.sha256"));
+    EXPECT_EQ(slurp(plugins() / "VST3/MarbrelLowCPU.vst3/Contents/MacOS/MarbrelLowCPU"), "1");
+    // The other bundle is known by the package alone from now on.
+    package("next", "Marbrel", join({hd("2"), low("2")}));
+    EXPECT_EQ(on("next"), failed("Unknown or modified plugin preserved: " +
+                                 (plugins() / "VST3/MarbrelLowCPU.vst3").string()));
+    done("both", {"--remove", "--package", "half"});
+    EXPECT_EQ(disk(plugins()), disk(plugins()));
+    EXPECT_TRUE(fs::exists(plugins() / "VST3/MarbrelLowCPU.vst3"));
+    EXPECT_FALSE(fs::exists(plugins() / "VST3/MarbrelHD.vst3"));
+    EXPECT_FALSE(fs::exists(support() / "Marbrel-VST3.sha256"));
+}
+
+TEST_F(Install, KeepsProductsAndFormatsApart) {
+    package("vst", "Marbrel", hd("1"));
+    package("au", "Marbrel", au("1"));
+    package("q", "Quellotrone", quellotrone("1"));
+    done("vst");
+    done("au");
+    EXPECT_NE(done("q").filename().string().find("Quellotrone-"), std::string::npos);
+    for (const char* receipt : {"Marbrel-VST3", "Marbrel-Components", "Quellotrone-VST3"})
+        EXPECT_TRUE(fs::exists(support() / (std::string(receipt) + ".sha256"))) << receipt;
+    done("au", {"--remove"});
+    EXPECT_FALSE(fs::exists(support() / "Marbrel-Components.sha256"));
+    EXPECT_TRUE(fs::exists(plugins() / "VST3/MarbrelHD.vst3"));
+    EXPECT_TRUE(fs::exists(plugins() / "VST3/Quellotrone.vst3"));
+    EXPECT_TRUE(fs::is_empty(plugins() / "Components"));
+}
+
+TEST_F(Install, SortsTheReceipt) {
+    const fs::path p = package("p", "Marbrel", hd("1"));
+    const std::string sorted = slurp(p / "CONTENTS.sha256");
+    const std::size_t second = sorted.find('\n') + 1;
+    write(p / "CONTENTS.sha256",
+          sorted.substr(second) + sorted.substr(0, second - 1));  // no LF at the end either
+    done("p");
+    EXPECT_EQ(slurp(support() / "Marbrel-VST3.sha256"), sorted);
+}
+
+TEST_F(Install, CarriesPermissionBitsWhateverTheUmask) {
+    const fs::path bundle = package("p", "Marbrel", hd("1")) / "payload/VST3/MarbrelHD.vst3";
+    const std::map<std::string, unsigned> bits = {{"Contents", 0755},
+                                                  {"Contents/MacOS", 0555},
+                                                  {"Contents/MacOS/MarbrelHD", 0745},
+                                                  {"Contents/Info.plist", 0444},
+                                                  {"", 0775}};
+    for (const auto& [path, mode] : bits) fs::permissions(bundle / path, fs::perms(mode));
+    fs::create_directory(dir / "r");
+    for (const fs::path& place : {dir, dir / "r"}) fs::permissions(place, fs::perms(0777));
+    for (const int pass : {1, 2}) {
+        const Ended ended = tool({"--package", "p", "--test-root", "r"}, [] {
+            umask(077);
+            dropprivileges();
+        });
+        ASSERT_EQ(ended.status, 0) << ended;
+        EXPECT_EQ(disk(plugins(), true)["VST3"], "700 directory");
+        fs::path copy = plugins() / "VST3/MarbrelHD.vst3";
+        if (pass == 2)
+            copy = fs::path(ended.out.substr(28, ended.out.size() - 29)) /
+                   "verified-backup/VST3/MarbrelHD.vst3";
+        EXPECT_EQ(disk(copy, true), disk(bundle, true));
+        EXPECT_EQ(fs::status(copy).permissions(), fs::perms(0775));
+    }
+}
+
+TEST_F(Install, RefusesInPreflightWithNothingChanged) {
+    const fs::path p = package("p", "Marbrel", join({hd("1"), low("1")}));
+    const fs::path file = p / "payload/VST3/MarbrelHD.vst3/Contents/MacOS/MarbrelHD";
+    const fs::path dest = plugins() / "VST3/MarbrelHD.vst3";
+    const fs::path binary = dest / "Contents/MacOS/MarbrelHD";
+    const fs::path receipt = support() / "Marbrel-VST3.sha256";
+    package("old", "Marbrel", hd("0"));
+    const std::string preserved = "Unknown or modified plugin preserved: " + dest.string();
+    const std::string mismatch = "Package checksum mismatch: VST3/MarbrelHD.vst3";
+    const auto lowpayload = p / "payload/VST3/MarbrelLowCPU.vst3";
+    const auto lowfile = lowpayload / "Contents/MacOS/MarbrelLowCPU";
+    const struct {
+        std::string name;
+        std::function<void()> prepare;
+        Ended ended;
+    } cases[] = {
+        {"as installed", [] {}, ready},
+        {"payload edited", [&] { write(file, "x"); }, failed(mismatch)},
+        {"payload file missing", [&] { fs::remove(file); }, failed(mismatch)},
+        {"payload file more", [&] { write(file.string() + "2", ""); }, failed(mismatch)},
+        {"payload bundle missing", [&] { fs::remove_all(lowpayload); },
+         failed("Bundle missing: " + lowpayload.string())},
+        {"payload link", [&] { fs::create_symlink("x", lowpayload / "l"); },
+         failed("Symlink member refused")},
+        {"CRLF",
+         [&] {
+             write(p / "CONTENTS.sha256", std::string(64, '0') + "  VST3/MarbrelHD.vst3/a\r\n");
+         },
+         failed(mismatch)},
+        {"edited", [&] { write(binary, "x"); }, failed(preserved)},
+        {"file more", [&] { write(dest / ".x", ""); }, failed(preserved)},
+        {"file less", [&] { fs::remove(binary); }, failed(preserved)},
+        {"empty directory more", [&] { fs::create_directory(dest / "e"); }, ready},
+        {"no receipt, equal", [&] { fs::remove(receipt); }, ready},
+        {"no receipt, other",
+         [&] {
+             fs::remove(receipt);
+             write(binary, "x");
+         },
+         failed(preserved)},
+        {"plain file",
+         [&] {
+             fs::remove_all(dest);
+             write(dest, "");
+         },
+         failed("Bundle missing: " + dest.string())},
+        {"empty directory",
+         [&] {
+             fs::remove_all(dest);
+             fs::create_directory(dest);
+         },
+         failed("Empty bundle refused")},
+        {"link",
+         [&] {
+             fs::remove_all(dest);
+             fs::create_symlink("x", dest);
+         },
+         failed("Symlink path refused: " + dest.string())},
+        {"link member", [&] { fs::create_symlink("x", dest / "l"); },
+         failed("Symlink member refused")},
+        {"format is a file",
+         [&] {
+             fs::remove_all(dest.parent_path());
+             write(dest.parent_path(), "");
+         },
+         ready},
+        {"empty receipt",
+         [&] {
+             fs::remove_all(plugins());
+             write(receipt, "");
+         },
+         failed("Empty manifest")},
+        {"bad receipt", [&] { write(receipt, "x"); }, failed("Malformed manifest")},
+        {"receipt is a link",
+         [&] {
+             fs::remove(receipt);
+             fs::create_symlink("x", receipt);
+         },
+         failed("Symlink path refused: " + receipt.string())},
+        {"loaded before a damaged second",
+         [&] {
+             write(lowfile, "x");
+             lsof({{1, "exit 0"}});
+         },
+         failed(loaded)},
+        {"damaged second", [&] { write(lowfile, "x"); },
+         failed("Package checksum mismatch: VST3/MarbrelLowCPU.vst3")},
+        {"stale temporary receipt", [&] { write(receipt.string() + ".tmp", ""); }, ready},
+    };
+    fs::copy(p, dir / "clean", fs::copy_options::recursive);
+    done("p");
+    fs::copy(dir / "r", dir / "r.clean", fs::copy_options::recursive);
+    for (const auto& [name, prepare, ended] : cases) {
+        for (const char* tree : {"p", "r"}) fs::remove_all(dir / tree);
+        fs::copy(dir / "clean", p, fs::copy_options::recursive);
+        fs::copy(dir / "r.clean", dir / "r", fs::copy_options::recursive);
+        lsof();
+        prepare();
+        const auto before = disk(dir / "r");
+        EXPECT_EQ(on("p", {"--dry-run"}), ended) << name;
+        lsof(name.starts_with("loaded") ? std::map<int, std::string>{{1, "exit 0"}}
+                                        : std::map<int, std::string>{});
+        EXPECT_EQ(on("p", {"--remove", "--dry-run"}), ended) << name;
+        if (ended.status != 0) {
+            EXPECT_EQ(on("p", {"--remove"}).status, 3) << name;
+        }
+        EXPECT_EQ(disk(dir / "r"), before) << name;
+    }
+}
+
 TEST_F(Install, TellsWhatItMayNotRead) {
     const fs::path bundle = package("p", "Marbrel", hd("1")) / "payload/VST3/MarbrelHD.vst3";
     const auto ended = [this](const fs::path& path, unsigned mode) {
@@ -81,6 +300,53 @@ TEST_F(Install, TellsWhatItMayNotRead) {
     }
 }
 
+TEST_F(Install, AsksAboutEveryFileDirectlyInAMacOSDirectory) {
+    const std::string root = "VST3/MarbrelHD.vst3/";
+    package("p", "Marbrel",
+            {{root + "Contents/MacOS/Plugin", ""},
+             {root + "Contents/MacOS/data.txt", ""},
+             {root + "Contents/MacOS/inner/Tool", ""},
+             {root + "Contents/Frameworks/C.framework/Versions/A/MacOS/Core", ""},
+             {root + "MacOS/Plugin", ""},
+             {root + "Contents/macos/Plugin", ""},
+             {root + "Contents/Resources/MacOS", ""}});
+    done("p");
+    EXPECT_EQ(on("p", {"--dry-run"}), ready);
+    EXPECT_EQ(lsofcalls(), 4);
+    const struct {
+        std::string answer;
+        std::string message;
+    } cases[] = {
+        {"exit 0", loaded},
+        {"exit 2", loaded},
+        {"exit 127", loaded},
+        {"kill -9 $$", loaded},
+        {"echo x >&2; exit 1", loaded},
+        {"echo x; exit 1", ""},
+        {"head -c 300000 /dev/zero; exit 1", ""},
+        {"head -c 300000 /dev/zero >&2; exit 1", loaded},
+        {"head -c 300000 /dev/zero >&2; exit 0", loaded},
+    };
+    for (const auto& [answer, message] : cases) {
+        lsof({{3, answer}});
+        EXPECT_EQ(on("p", {"--dry-run"}), message.empty() ? ready : failed(message)) << answer;
+        EXPECT_EQ(lsofcalls(), message.empty() ? 4 : 3) << answer;
+    }
+    for (const char* unusable : {"", "no program"}) {
+        write(dir / "lsof", unusable);
+        EXPECT_EQ(on("p", {"--dry-run"}), failed("Load check unavailable"));
+    }
+    fs::permissions(dir / "lsof", fs::perms(0644));
+    EXPECT_EQ(on("p", {"--dry-run"}), failed("Load check unavailable"));
+    fs::remove(dir / "lsof");
+    EXPECT_EQ(on("p", {"--dry-run"}), failed("Load check unavailable"));
+
+    // Without a tested file there is nothing to ask.
+    package("q", "Quellotrone", {{"VST3/Quellotrone.vst3/a", ""}});
+    done("q");
+    EXPECT_EQ(on("q", {"--dry-run"}), ready);
+}
+
 TEST_F(Install, NoTwoRunsShareATransactionDirectory) {
     const fs::path tx = opentx(dir / "s", "Marbrel", -12);
     EXPECT_EQ(tx, dir / "s/Backups/Marbrel--12");
@@ -94,4 +360,16 @@ TEST_F(Install, NoTwoRunsShareATransactionDirectory) {
     fs::create_directory_symlink("../elsewhere", dir / "s/Backups");
     EXPECT_EQ(failure([&] { opentx(dir / "s", "Marbrel", 6); }),
               "Symlink path refused: " + (dir / "s/Backups").string());
+}
+
+TEST_F(Install, TheExamplesVerifyAndUpgrade) {
+    const std::string examples = SOURCES "/examples/";
+    for (const auto& entry : fs::directory_iterator(examples)) {
+        if (!fs::exists(entry.path() / "PRODUCT.txt")) continue;
+        EXPECT_EQ(on(entry.path(), {"--dry-run"}), ready) << entry.path();
+    }
+    done(examples + "Marbrel-VST3");
+    done(examples + "Marbrel-VST3-next");
+    EXPECT_EQ(disk(plugins()), disk(examples + "Marbrel-VST3-next/payload"));
+    EXPECT_GT(lsofcalls(), 0);
 }

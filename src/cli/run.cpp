@@ -10,24 +10,26 @@
 #include "package/identity.h"
 #include "package/manifest.h"
 #include "package/safe.h"
+#include "platform/signals.h"
 #include "transaction/backup.h"
 #include "transaction/commit.h"
+#include "transaction/receipt.h"
 #include "transaction/rollback.h"
 #include "transaction/staging.h"
 
 void run(int argc, char** argv) {
-    [[maybe_unused]] const auto [package, testRoot, remove, dryRun] = scan(argc, argv);
+    const auto [package, testRoot, remove, dryRun] = scan(argc, argv);
     safe(package);
-    [[maybe_unused]] const Manifest manifest = read(package / "CONTENTS.sha256");
+    const Manifest manifest = read(package / "CONTENTS.sha256");
     const std::set<BundleKey> bundles = named(manifest);
     const std::string product = productof(package);
     oneproduct(bundles, product);
     const std::filesystem::path support = supportdir(testRoot);
     safe(support);
-    [[maybe_unused]] const std::string format = oneformat(bundles);
+    const std::string format = oneformat(bundles);
     const std::filesystem::path receiptPath = receiptpath(support, product, format);
     safe(receiptPath);
-    [[maybe_unused]] const Manifest receiptManifest =
+    const Manifest receiptManifest =
         std::filesystem::exists(receiptPath) ? read(receiptPath) : Manifest();
     const CapturedTrees captured = preflight(package, testRoot, manifest, bundles, receiptManifest);
 
@@ -45,10 +47,19 @@ void run(int argc, char** argv) {
     std::vector<BundleKey> installed;
     moved.reserve(bundles.size());
     installed.reserve(bundles.size());
+    holdends();
     try {
         commit(testRoot, remove, manifest, bundles, captured, tx, moved, installed);
+        if (remove) {
+            removereceipt(receiptPath, tx);
+        } else {
+            writereceipt(manifest, receiptPath, tx);
+        }
     } catch (...) {
         rollback(testRoot, receiptPath, tx, moved, installed);
         throw;
     }
+
+    const char* const finalText = remove ? "REMOVED to backup: " : "INSTALLED; rollback backup: ";
+    std::cout << finalText << tx.string() << '\n';
 }
