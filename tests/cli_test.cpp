@@ -226,7 +226,7 @@ TEST_F(Cli, StandsAnyInput) {
 
 TEST_F(Cli, AnswersWithItsStatusWhenNobodyReads) {
     package("p", "Marbrel", hd);
-    const auto unread = [](std::vector<int> closed, std::vector<int> broken) {
+    const auto unread = [](const std::vector<int>& closed, const std::vector<int>& broken) {
         return [closed, broken] {
             int ends[2];
             if (pipe(ends) != 0) _exit(96);

@@ -117,7 +117,7 @@ TEST_F(Package, SafeNamesTheDeepestLink) {
         {"link/deep/x", "link/deep"}, {"dangling", "dangling"}, {"dangling/x/y", "dangling"},
     };
     for (const auto& [path, link] : cases)
-        EXPECT_EQ(failure([&] { safe(dir.string() + '/' + path); }),
+        EXPECT_EQ(failure([&, &path = path] { safe(dir.string() + '/' + path); }),
                   link.empty() ? "" : "Symlink path refused: " + (dir / link).string())
             << path;
     EXPECT_EQ(failure([] { safe(""); }), "");
@@ -200,7 +200,7 @@ TEST_F(Package, TreeRefuses) {
         {"link-nothing", "Symlink member refused"},
     };
     for (const auto& [root, message] : cases)
-        EXPECT_EQ(failure([&] { tree(dir / root); }), message) << root;
+        EXPECT_EQ(failure([&, &root = root] { tree(dir / root); }), message) << root;
 }
 
 TEST(Sub, CutsOutTheEntriesOfOneBundle) {
