@@ -87,7 +87,7 @@ fs::path Studio::package(const std::string& name, const std::string& product,
                          const Files& files) const {
     const fs::path root = dir / name;
     for (const auto& [path, content] : files) write(root / "payload" / path, content);
-    write(root / "CONTENTS.sha256", text(tree(root / "payload")));
+    write(root / "CONTENTS.sha256", aslines(tree(root / "payload")));
     write(root / "PRODUCT.txt", product + '\n');
     return root;
 }

@@ -2,6 +2,9 @@
 
 #include <CommonCrypto/CommonDigest.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <thread>
 
 #include "harness.h"
 #include "package/manifest.h"
@@ -83,7 +86,7 @@ TEST_F(Package, ReadKeepsKeysAsTheyStandAndSortsThem) {
 
     write(dir / "unended", content.substr(0, content.size() - 1));
     EXPECT_EQ(read(dir / "unended"), expected);
-    write(dir / "written", text(manifest));
+    write(dir / "written", aslines(manifest));
     EXPECT_EQ(read(dir / "written"), expected);
 }
 
@@ -91,7 +94,7 @@ TEST_F(Package, ReadTakesLinesAcrossBlocks) {
     Manifest expected;
     for (int i = 0; i < 5000; ++i) expected["a/" + std::to_string(i)] = digest;
     expected["a/" + std::string(200000, 'x')] = digest;
-    write(dir / "manifest", text(expected));
+    write(dir / "manifest", aslines(expected));
     EXPECT_EQ(read(dir / "manifest"), expected);
 }
 
@@ -99,6 +102,17 @@ TEST_F(Package, ReadRefusesAnEndlessLineAndNeverWaits) {
     EXPECT_EQ(failure([] { read("/dev/zero"); }), "Malformed manifest");
     ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
     EXPECT_EQ(failure([&] { read(dir / "fifo"); }), "Empty manifest");
+    // A writer that is there is waited for: half a manifest would be believed otherwise.
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const std::string content = line("a") + line("b");
+    std::thread writer([&] {
+        for (const char byte : content) EXPECT_EQ(::write(ends[1], &byte, 1), 1);
+        close(ends[1]);
+    });
+    EXPECT_EQ(read("/dev/fd/" + std::to_string(ends[0])), (Manifest{{"a", digest}, {"b", digest}}));
+    writer.join();
+    close(ends[0]);
 }
 
 TEST_F(Package, SafeNamesTheDeepestLink) {

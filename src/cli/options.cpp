@@ -5,7 +5,7 @@
 
 // The library's own operation is not used: one of the two libraries refuses the empty path, which
 // here means the working directory.
-static std::filesystem::path anchored(const std::filesystem::path& path) {
+static std::filesystem::path absoluteform(const std::filesystem::path& path) {
     return path.is_absolute() ? path : std::filesystem::current_path() / path;
 }
 
@@ -17,7 +17,7 @@ RunOptions scan(int argc, char** argv) {
         if (argument == "--package" && valued) {
             options.package = argv[++i];
         } else if (argument == "--test-root" && valued) {
-            options.testRoot = anchored(argv[++i]);
+            options.testRoot = absoluteform(argv[++i]);
         } else if (argument == "--remove") {
             options.remove = true;
         } else if (argument == "--dry-run") {
@@ -27,6 +27,6 @@ RunOptions scan(int argc, char** argv) {
         }
     }
     if (options.package.empty()) throw std::runtime_error("Package directory required");
-    options.package = anchored(options.package);
+    options.package = absoluteform(options.package);
     return options;
 }

@@ -1,6 +1,8 @@
 #include "cli/run.h"
 
+#include <filesystem>
 #include <iostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,7 +23,7 @@ void run(int argc, char** argv) {
     const auto [package, testRoot, remove, dryRun] = scan(argc, argv);
     safe(package);
     const Manifest manifest = read(package / "CONTENTS.sha256");
-    const std::set<BundleKey> bundles = named(manifest);
+    const std::set<BundleKey> bundles = bundlesof(manifest);
     const std::string product = productof(package);
     oneproduct(bundles, product);
     const std::filesystem::path support = supportdir(testRoot);

@@ -1,6 +1,7 @@
 #include "install/preflight.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "install/locations.h"
 #include "install/unloaded.h"

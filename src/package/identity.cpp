@@ -12,7 +12,7 @@ static constexpr std::array<std::string_view, 6> names = {
     "MarbrelHDAU.component", "MarbrelLowCPUAU.component", "QuellotroneAU.component",
 };
 
-std::set<BundleKey> named(const Manifest& manifest) {
+std::set<BundleKey> bundlesof(const Manifest& manifest) {
     std::set<BundleKey> bundles;
     for (const auto& [key, digest] : manifest) {
         const std::filesystem::path path = key;
@@ -34,11 +34,13 @@ std::set<BundleKey> named(const Manifest& manifest) {
 std::string productof(const std::filesystem::path& package) {
     std::string product;
     if (const int descriptor = openread(package / "PRODUCT.txt"); descriptor >= 0) {
-        // Longer than either product: a first line that does not end in here is neither.
+        // A first line that is longer than this is no product.
         std::array<char, 64> block;
-        const long got = readblock(descriptor, block.data(), block.size());
+        long got = 0;
+        while (product.size() < block.size() && product.find('\n') == std::string::npos &&
+               (got = readblock(descriptor, block.data(), block.size())) > 0)
+            product.append(block.data(), static_cast<std::size_t>(got));
         closefile(descriptor);
-        if (got > 0) product.assign(block.data(), static_cast<std::size_t>(got));
     }
     product = product.substr(0, product.find('\n'));
     if (product != "Marbrel" && product != "Quellotrone")

@@ -13,7 +13,7 @@ using BundleKey = std::string;
 // Takes the package's manifest and gives the bundles that it names.
 // Fails with "Missing bundle", "Unexpected format", "Unexpected bundle identity" or
 // "Format mismatch", for the first entry in key order that breaks a rule.
-std::set<BundleKey> named(const Manifest& manifest);
+std::set<BundleKey> bundlesof(const Manifest& manifest);
 
 // Takes the package directory and gives its product, the first line of PRODUCT.txt.
 // Fails with "Unknown product".

@@ -13,7 +13,7 @@ static constexpr std::size_t keyoffset = digestsize + 2;  // bytes: two spaces i
 static void checkhead(const std::string& line) {
     if (line.size() <= keyoffset || line[digestsize] != ' ' || line[digestsize + 1] != ' ')
         throw std::runtime_error("Malformed manifest");
-    if (line.find_first_not_of("0123456789abcdef") < digestsize)
+    if (line.substr(0, digestsize).find_first_not_of("0123456789abcdef") != std::string::npos)
         throw std::runtime_error("Invalid hash");
 }
 
@@ -30,6 +30,7 @@ static void addline(Manifest& manifest, const std::string& line) {
 Manifest read(const std::filesystem::path& file) {
     const int descriptor = openread(file);
     if (descriptor < 0) throw std::runtime_error("Manifest missing: " + file.string());
+    // Closes the file on every way out.
     const std::shared_ptr<void> closing(nullptr, [descriptor](void*) { closefile(descriptor); });
 
     Manifest manifest;
@@ -51,7 +52,7 @@ Manifest read(const std::filesystem::path& file) {
     return manifest;
 }
 
-std::string text(const Manifest& manifest) {
+std::string aslines(const Manifest& manifest) {
     std::string lines;
     for (const auto& [key, digest] : manifest) lines.append(digest + "  " + key + '\n');
     return lines;

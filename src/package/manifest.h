@@ -16,5 +16,6 @@ using Manifest = std::map<std::string, std::string>;
 // "Empty manifest".
 Manifest read(const std::filesystem::path& file);
 
-// Takes a manifest and gives it as text that `read` takes back: one line for each entry, in order.
-std::string text(const Manifest& manifest);
+// Takes a manifest and gives the file content that `read` takes back: one line for each entry,
+// in order.
+std::string aslines(const Manifest& manifest);

@@ -7,6 +7,7 @@
 
 #include "package/safe.h"
 #include "platform/file.h"
+#include "platform/walk.h"
 
 using Block = std::array<char, blocksize>;
 
@@ -38,18 +39,15 @@ Manifest tree(const std::filesystem::path& root) {
     safe(root);
     if (!std::filesystem::is_directory(root))
         throw std::runtime_error("Bundle missing: " + root.string());
-    // The walk gives every path as the root's text, one separator and the path below the root.
+    // There is no link on the way, so the path below the root is what follows the root's text.
     const std::size_t cut = (root / "").native().size();
     Manifest manifest;
     Block block;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-        const std::filesystem::path& path = entry.path();
-        // Asked afresh: the type that the listing cached hides a status that cannot be taken.
-        const std::filesystem::file_status status = std::filesystem::symlink_status(path);
+    walk(root, [&](const std::filesystem::path& path, std::filesystem::file_status status) {
         if (std::filesystem::is_symlink(status)) throw std::runtime_error("Symlink member refused");
-        if (!std::filesystem::is_regular_file(status)) continue;
-        manifest[path.native().substr(cut)] = digest(path, block);
-    }
+        if (std::filesystem::is_regular_file(status))
+            manifest[path.native().substr(cut)] = digest(path, block);
+    });
     if (manifest.empty()) throw std::runtime_error("Empty bundle refused");
     return manifest;
 }

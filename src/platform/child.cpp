@@ -20,25 +20,26 @@ static bool makepipe(int& out, int& in) {
     if (::pipe(ends.data()) != 0) return false;
     out = ::fcntl(ends[0], F_DUPFD_CLOEXEC, 3);
     in = ::fcntl(ends[1], F_DUPFD_CLOEXEC, 3);
-    ::close(ends[0]);
-    ::close(ends[1]);
-    if (out >= 0 && in >= 0) return true;
+    // An end that stays open would keep the other from ever being at its end.
+    const bool closed = ::close(ends[0]) == 0 && ::close(ends[1]) == 0;
+    if (closed && out >= 0 && in >= 0) return true;
     if (out >= 0) ::close(out);
     if (in >= 0) ::close(in);
     return false;
 }
 
-// Gives the child nothing of the caller's but standard input. The two systems offer different
-// calls for it.
-static int closeothers(posix_spawn_file_actions_t& actions, short& flags) {
+// Leaves the child none of the caller's descriptors but the three standard ones.
 #ifdef POSIX_SPAWN_CLOEXEC_DEFAULT
-    flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;
-    return ::fcntl(0, F_GETFD) < 0 ? 0 : posix_spawn_file_actions_addinherit_np(&actions, 0);
-#else
-    static_cast<void>(flags);
-    return posix_spawn_file_actions_addclosefrom_np(&actions, 3);
-#endif
+static constexpr short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_CLOEXEC_DEFAULT;
+static int closeothers(posix_spawn_file_actions_t* actions) {
+    return ::fcntl(0, F_GETFD) < 0 ? 0 : posix_spawn_file_actions_addinherit_np(actions, 0);
 }
+#else
+static constexpr short flags = POSIX_SPAWN_SETSIGMASK;
+static int closeothers(posix_spawn_file_actions_t* actions) {
+    return posix_spawn_file_actions_addclosefrom_np(actions, 3);
+}
+#endif
 
 // Gives whether the program was started, with standard error going to the pipe.
 static bool start(const char* program, char** argv, int in, pid_t& child) {
@@ -49,13 +50,12 @@ static bool start(const char* program, char** argv, int in, pid_t& child) {
         posix_spawn_file_actions_destroy(&actions);
         return false;
     }
-    short flags = POSIX_SPAWN_SETSIGMASK;
     sigset_t none;
     sigemptyset(&none);
     const bool started =
         posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0) == 0 &&
-        posix_spawn_file_actions_adddup2(&actions, in, 2) == 0 &&
-        closeothers(actions, flags) == 0 && posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
+        posix_spawn_file_actions_adddup2(&actions, in, 2) == 0 && closeothers(&actions) == 0 &&
+        posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
         posix_spawnattr_setflags(&attributes, flags) == 0 &&
         posix_spawn(&child, program, &actions, &attributes, argv, environ) == 0;
     posix_spawnattr_destroy(&attributes);
@@ -77,12 +77,12 @@ ChildEnd runchild(const char* program, const std::vector<std::string>& arguments
     static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
     pid_t child = -1;
     end.started = start(program, argv.data(), in, child);
-    ::close(in);
+    const bool closed = ::close(in) == 0;
 
     // Drained before the wait, so that the child can always end.
     std::array<char, 4096> block;
-    long got = 0;
-    while (end.started && (got = readblock(out, block.data(), block.size())) > 0)
+    long got = closed ? 0 : -1;
+    while (end.started && closed && (got = readblock(out, block.data(), block.size())) > 0)
         end.errorbytes += static_cast<std::size_t>(got);
     ::close(out);
     if (!end.started) return end;

@@ -13,5 +13,6 @@ struct ChildEnd {
 
 // Takes the path of a program, used as given, and its arguments. Runs it to its end, however long
 // that takes, and gives how it ended. The child has the caller's standard input, environment and
-// working directory, no other descriptor, and no signal held back; what it writes goes nowhere.
+// working directory, no further descriptor, and no signal held back; its standard output is
+// discarded and its standard error counted. SIGCHLD has its default action from then on.
 ChildEnd runchild(const char* program, const std::vector<std::string>& arguments);

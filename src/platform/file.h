@@ -12,11 +12,12 @@
 inline constexpr std::size_t blocksize = 65536;
 
 // Takes a path and opens it for reading. Gives a descriptor, or -1 when that fails. It does not
-// wait: a FIFO that nobody writes to is at its end at once.
+// wait for a FIFO's writer: a FIFO that nobody writes to is at its end at once.
 int openread(const std::filesystem::path& file);
 
-// Takes a descriptor and room for `size` bytes, and reads up to that many. Gives the number of
-// bytes read, 0 at the end of the file and -1 when the read fails.
+// Takes a descriptor and room for `size` bytes, and reads up to that many, waiting for the first if
+// there is somebody to write it. Gives the number of bytes read, 0 at the end of the file and -1
+// when the read fails.
 long readblock(int descriptor, char* block, std::size_t size);
 
 // Takes a path where nothing stands and creates a file there for writing. Gives a descriptor, or -1

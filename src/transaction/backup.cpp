@@ -13,9 +13,9 @@ std::int64_t ticks() {
 }
 
 std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product,
-                             std::int64_t ticks) {
+                             std::int64_t count) {
     std::filesystem::create_directories(support);
-    std::filesystem::path tx = support / "Backups" / (product + '-' + std::to_string(ticks));
+    std::filesystem::path tx = support / "Backups" / (product + '-' + std::to_string(count));
     safe(tx);
     if (!std::filesystem::create_directories(tx))
         throw std::runtime_error("Backup transaction already exists");

@@ -1,6 +1,7 @@
 #include "transaction/commit.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "install/locations.h"
 #include "install/unloaded.h"

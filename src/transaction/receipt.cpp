@@ -15,7 +15,7 @@ void writereceipt(const Manifest& manifest, const std::filesystem::path& receipt
     safe(temporary);
     if (std::filesystem::exists(temporary))
         throw std::runtime_error("Stale transaction receipt preserved; contact support");
-    const std::string lines = text(manifest);
+    const std::string lines = aslines(manifest);
     const int descriptor = opennew(temporary);
     if (descriptor < 0) throw std::runtime_error("Cannot write receipt");
     const bool written = writeall(descriptor, lines);
