@@ -1,0 +1,18 @@
+# Gives the files of the .deb, before they are packed, the form that Debian asks for.
+if(NOT CPACK_GENERATOR STREQUAL "DEB")
+  return()
+endif()
+set(usr ${CPACK_TEMPORARY_DIRECTORY}/usr)
+
+execute_process(COMMAND gzip -9n ${usr}/share/man/man1/orvelline-installer.1
+  COMMAND_ERROR_IS_FATAL ANY)
+file(RENAME ${usr}/share/zsh/site-functions ${usr}/share/zsh/vendor-completions)
+
+# The program runs /usr/sbin/lsof; Debian's package lsof has /usr/bin/lsof alone. The link is a file
+# of this package and not one that a postinst makes: dpkg knows whose it is, removes it with the
+# package, and refuses it, or the other, should lsof bring a file of that name. A diversion would
+# need that file, and an alternative a second program to choose from. For the one case that dpkg
+# can't see, /usr/sbin and /usr/bin as one directory, there is the preinst.
+file(MAKE_DIRECTORY ${usr}/sbin)
+file(CHMOD ${usr}/sbin PERMISSIONS ${CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
+file(CREATE_LINK ../bin/lsof ${usr}/sbin/lsof SYMBOLIC)

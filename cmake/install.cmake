@@ -1,0 +1,41 @@
+# Where `cmake --install` puts things, and the packages that CPack makes of them.
+include(GNUInstallDirs)
+
+install(TARGETS orvelline-installer DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES man/orvelline-installer.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES completions/orvelline-installer.bash RENAME orvelline-installer
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES completions/_orvelline-installer
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+install(FILES README.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md)
+install(DIRECTORY examples/fleet DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_VENDOR "Orvelline")
+set(CPACK_PACKAGE_CONTACT "Orvelline release engineering <release@orvelline.invalid>")
+# Whatever the umask of whoever makes the package.
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+if(APPLE)
+  set(CPACK_GENERATOR productbuild)
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr/local)
+  set(CPACK_PRODUCTBUILD_IDENTIFIER orvelline.installer)
+else()
+  set(CPACK_GENERATOR DEB TGZ)
+  set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/debian.cmake)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+  set(CPACK_DEBIAN_PACKAGE_SECTION sound)
+  set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS lsof)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/preinst)
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+  set(CPACK_PACKAGE_DESCRIPTION "Every file is proved by its digest before anything changes.
+What is replaced is kept in a backup, and a run that fails puts everything
+back as it was.")
+endif()
+include(CPack)
