@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -104,6 +105,12 @@ void Studio::lsof(const std::map<int, std::string>& calls) const {
 int Studio::lsofcalls() const {
     const std::string calls = slurp(dir / "calls");
     return static_cast<int>(std::count(calls.begin(), calls.end(), '\n'));
+}
+
+std::string Studio::oddname() const {
+    const std::string name = "\xFF";
+    write(dir / name, "");
+    return fs::remove(dir / name) ? name : "\xC3\xA9";
 }
 
 Ended Studio::tool(const std::vector<std::string>& arguments,
