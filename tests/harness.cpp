@@ -117,7 +117,9 @@ Ended Studio::tool(const std::vector<std::string>& arguments,
                    const std::function<void()>& prepare) const {
     const fs::path out = dir / "stdout";
     const fs::path err = dir / "stderr";
-    std::vector<char*> argv = {const_cast<char*>(INSTALLER)};
+    std::vector<char*> argv;
+    if (*EMULATOR != '\0') argv.push_back(const_cast<char*>(EMULATOR));
+    argv.push_back(const_cast<char*>(INSTALLER));
     for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
     const pid_t child = fork();
@@ -127,7 +129,7 @@ Ended Studio::tool(const std::vector<std::string>& arguments,
         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), 1);
         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), 2);
         if (prepare) prepare();
-        execv(INSTALLER, argv.data());
+        execvp(argv[0], argv.data());
         _exit(98);
     }
     int status = 0;
