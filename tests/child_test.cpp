@@ -54,7 +54,7 @@ TEST_F(Child, GetsStandardInputTheEnvironmentAndNothingElse) {
     lsof({{1,
            "s=$(for d in /proc/$$/fd/*; do echo ${d##*/} $(readlink $d); done); echo \"$s\" >seen; "
            "cat >>seen; "
-           "echo $ORVELLINE_SEEN >>seen; trap >>seen; grep -E 'Sig(Blk|Ign)' /proc/$$/status "
+           "echo $ORVELLINE_SEEN >>seen; trap >>seen; grep -E 'Sig(Blk|Ign)' /proc/self/status "
            ">>seen"}});
     const Ended ended = tool({"--package", "p", "--dry-run"}, [this] {
         dup2(open((dir / "input").c_str(), O_RDONLY), 0);
