@@ -197,9 +197,10 @@ TEST_F(Cli, StandsAnyInput) {
     EXPECT_TRUE(disk(dir / "home").empty());
 
     // Odd names, a deep tree and many files install as they are.
-    Files odd = {{"VST3/MarbrelHD.vst3/ a\xFF\x01'\"$`\\*\r", ""}, {"VST3/MarbrelHD.vst3/--", "x"}};
+    Files odd = {{"VST3/MarbrelHD.vst3/ a" + oddname() + "\x01'\"$`\\*\r", ""},
+                 {"VST3/MarbrelHD.vst3/--", "x"}};
     std::string deep = "VST3/MarbrelHD.vst3";
-    for (int level = 0; level < 200; ++level) deep += "/dir";
+    for (int level = 0; level < 150; ++level) deep += "/dir";
     odd[deep + "/file"] = "deep";
     for (int i = 0; i < 2000; ++i) odd["VST3/MarbrelHD.vst3/many/" + std::to_string(i)] = "x";
     package("odd", "Marbrel", odd);

@@ -1,6 +1,8 @@
 // Runs that go wrong between preflight and their end. The stand-in for lsof, asked once for each
 // bundle in preflight and once in the commit, changes the disk at exactly these moments.
 
+#include <algorithm>
+
 #include "harness.h"
 
 namespace fs = std::filesystem;

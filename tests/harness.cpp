@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -106,11 +107,19 @@ int Studio::lsofcalls() const {
     return static_cast<int>(std::count(calls.begin(), calls.end(), '\n'));
 }
 
+std::string Studio::oddname() const {
+    const std::string name = "\xFF";
+    write(dir / name, "");
+    return fs::remove(dir / name) ? name : "\xC3\xA9";
+}
+
 Ended Studio::tool(const std::vector<std::string>& arguments,
                    const std::function<void()>& prepare) const {
     const fs::path out = dir / "stdout";
     const fs::path err = dir / "stderr";
-    std::vector<char*> argv = {const_cast<char*>(INSTALLER)};
+    std::vector<char*> argv;
+    if (*EMULATOR != '\0') argv.push_back(const_cast<char*>(EMULATOR));
+    argv.push_back(const_cast<char*>(INSTALLER));
     for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
     const pid_t child = fork();
@@ -120,7 +129,7 @@ Ended Studio::tool(const std::vector<std::string>& arguments,
         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), 1);
         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666), 2);
         if (prepare) prepare();
-        execv(INSTALLER, argv.data());
+        execvp(argv[0], argv.data());
         _exit(98);
     }
     int status = 0;

@@ -49,6 +49,9 @@ class Studio : public testing::Test {
     void lsof(const std::map<int, std::string>& calls = {}) const;
     int lsofcalls() const;
 
+    // A name that is no UTF-8, where the file system takes such names.
+    std::string oddname() const;
+
     // Runs the tool; `prepare` is called in the new process ahead of it.
     Ended tool(const std::vector<std::string>& arguments,
                const std::function<void()>& prepare = nullptr) const;
