@@ -93,6 +93,12 @@ fs::path Studio::package(const std::string& name, const std::string& product,
     return root;
 }
 
+void Studio::sh(const std::string& code) const {
+    write(dir / "script", "set -eu\n" + code + '\n');
+    EXPECT_EQ(std::system(("cd '" + dir.string() + "' && sh ./script").c_str()), 0) << code;
+    fs::remove(dir / "script");
+}
+
 void Studio::lsof(const std::map<int, std::string>& calls) const {
     std::string script = "#!/bin/sh\necho \"$*\" >>calls\ncase $(wc -l <calls | tr -d ' ') in\n";
     for (const auto& [number, piece] : calls)

@@ -44,6 +44,9 @@ class Studio : public testing::Test {
     std::filesystem::path package(const std::string& name, const std::string& product,
                                   const Files& files) const;
 
+    // Runs a piece of shell in the test's directory.
+    void sh(const std::string& code) const;
+
     // A stand-in for lsof. Its n-th call runs that piece of shell, in the test's directory, and
     // then answers "not loaded" if the piece has not ended it.
     void lsof(const std::map<int, std::string>& calls = {}) const;

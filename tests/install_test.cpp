@@ -169,112 +169,59 @@ TEST_F(Install, CarriesPermissionBitsWhateverTheUmask) {
 }
 
 TEST_F(Install, RefusesInPreflightWithNothingChanged) {
-    const fs::path p = package("p", "Marbrel", join({hd("1"), low("1")}));
-    const fs::path file = p / "payload/VST3/MarbrelHD.vst3/Contents/MacOS/MarbrelHD";
     const fs::path dest = plugins() / "VST3/MarbrelHD.vst3";
-    const fs::path binary = dest / "Contents/MacOS/MarbrelHD";
     const fs::path receipt = support() / "Marbrel-VST3.sha256";
-    package("old", "Marbrel", hd("0"));
     const std::string preserved = "Unknown or modified plugin preserved: " + dest.string();
     const std::string mismatch = "Package checksum mismatch: VST3/MarbrelHD.vst3";
-    const auto lowpayload = p / "payload/VST3/MarbrelLowCPU.vst3";
-    const auto lowfile = lowpayload / "Contents/MacOS/MarbrelLowCPU";
+    const std::string low2 = (dir / "p/payload/VST3/MarbrelLowCPU.vst3").string();
+    const std::string variables =
+        "p=p/payload/VST3/MarbrelHD.vst3; low=p/payload/VST3/MarbrelLowCPU.vst3\n"
+        "d=r/plugins/VST3/MarbrelHD.vst3; r=r/support/Marbrel-VST3.sha256; x=Contents/MacOS\n";
     const struct {
-        std::string name;
-        std::function<void()> prepare;
-        Ended ended;
+        std::string change;   // to an installed package, as shell
+        std::string message;  // empty: the dry run is ready
     } cases[] = {
-        {"as installed", [] {}, ready},
-        {"payload edited", [&] { write(file, "x"); }, failed(mismatch)},
-        {"payload file missing", [&] { fs::remove(file); }, failed(mismatch)},
-        {"payload file more", [&] { write(file.string() + "2", ""); }, failed(mismatch)},
-        {"payload bundle missing", [&] { fs::remove_all(lowpayload); },
-         failed("Bundle missing: " + lowpayload.string())},
-        {"payload link", [&] { fs::create_symlink("x", lowpayload / "l"); },
-         failed("Symlink member refused")},
-        {"CRLF",
-         [&] {
-             write(p / "CONTENTS.sha256", std::string(64, '0') + "  VST3/MarbrelHD.vst3/a\r\n");
-         },
-         failed(mismatch)},
-        {"edited", [&] { write(binary, "x"); }, failed(preserved)},
-        {"file more", [&] { write(dest / ".x", ""); }, failed(preserved)},
-        {"file less", [&] { fs::remove(binary); }, failed(preserved)},
-        {"empty directory more", [&] { fs::create_directory(dest / "e"); }, ready},
-        {"no receipt, equal", [&] { fs::remove(receipt); }, ready},
-        {"no receipt, other",
-         [&] {
-             fs::remove(receipt);
-             write(binary, "x");
-         },
-         failed(preserved)},
-        {"plain file",
-         [&] {
-             fs::remove_all(dest);
-             write(dest, "");
-         },
-         failed("Bundle missing: " + dest.string())},
-        {"empty directory",
-         [&] {
-             fs::remove_all(dest);
-             fs::create_directory(dest);
-         },
-         failed("Empty bundle refused")},
-        {"link",
-         [&] {
-             fs::remove_all(dest);
-             fs::create_symlink("x", dest);
-         },
-         failed("Symlink path refused: " + dest.string())},
-        {"link member", [&] { fs::create_symlink("x", dest / "l"); },
-         failed("Symlink member refused")},
-        {"format is a file",
-         [&] {
-             fs::remove_all(dest.parent_path());
-             write(dest.parent_path(), "");
-         },
-         ready},
-        {"empty receipt",
-         [&] {
-             fs::remove_all(plugins());
-             write(receipt, "");
-         },
-         failed("Empty manifest")},
-        {"bad receipt", [&] { write(receipt, "x"); }, failed("Malformed manifest")},
-        {"receipt is a link",
-         [&] {
-             fs::remove(receipt);
-             fs::create_symlink("x", receipt);
-         },
-         failed("Symlink path refused: " + receipt.string())},
-        {"loaded before a damaged second",
-         [&] {
-             write(lowfile, "x");
-             lsof({{1, "exit 0"}});
-         },
-         failed(loaded)},
-        {"damaged second", [&] { write(lowfile, "x"); },
-         failed("Package checksum mismatch: VST3/MarbrelLowCPU.vst3")},
-        {"stale temporary receipt", [&] { write(receipt.string() + ".tmp", ""); }, ready},
+        {":", ""},
+        {"echo x >$p/$x/MarbrelHD", mismatch},
+        {"rm $p/$x/MarbrelHD", mismatch},
+        {"echo >$p/more", mismatch},
+        {"printf '%064d  VST3/MarbrelHD.vst3/a\\r\\n' 0 >p/CONTENTS.sha256", mismatch},
+        {"rm -r $low", "Bundle missing: " + low2},
+        {"ln -s x $low/l", "Symlink member refused"},
+        {"echo x >$low/x", "Package checksum mismatch: VST3/MarbrelLowCPU.vst3"},
+        {"echo x >$d/$x/MarbrelHD", preserved},
+        {"echo >$d/.x", preserved},
+        {"rm $d/$x/MarbrelHD", preserved},
+        {"mkdir $d/empty", ""},
+        {"rm $r", ""},
+        {"rm $r; echo x >$d/$x/MarbrelHD", preserved},
+        {"rm -r $d; echo >$d", "Bundle missing: " + dest.string()},
+        {"rm -r $d; mkdir $d", "Empty bundle refused"},
+        {"rm -r $d; ln -s x $d", "Symlink path refused: " + dest.string()},
+        {"ln -s x $d/l", "Symlink member refused"},
+        {"rm -r r/plugins/VST3; echo >r/plugins/VST3", ""},
+        {"rm -r r/plugins; : >$r", "Empty manifest"},
+        {"echo x >$r", "Malformed manifest"},
+        {"rm $r; ln -s x $r", "Symlink path refused: " + receipt.string()},
+        {"echo >$r.tmp", ""},
+        // The first bundle is done with before the second is looked at.
+        {"echo x >$low/x; printf '#!/bin/sh\\nexit 0\\n' >lsof", loaded},
     };
-    fs::copy(p, dir / "clean", fs::copy_options::recursive);
+    package("p", "Marbrel", join({hd("1"), low("1")}));
     done("p");
-    fs::copy(dir / "r", dir / "r.clean", fs::copy_options::recursive);
-    for (const auto& [name, prepare, ended] : cases) {
-        for (const char* tree : {"p", "r"}) fs::remove_all(dir / tree);
-        fs::copy(dir / "clean", p, fs::copy_options::recursive);
-        fs::copy(dir / "r.clean", dir / "r", fs::copy_options::recursive);
+    sh("cp -R p p.clean; cp -R r r.clean");
+    for (const auto& [change, message] : cases) {
+        sh("rm -r p r; cp -R p.clean p; cp -R r.clean r");
         lsof();
-        prepare();
+        sh(variables + change);
         const auto before = disk(dir / "r");
-        EXPECT_EQ(on("p", {"--dry-run"}), ended) << name;
-        lsof(name.starts_with("loaded") ? std::map<int, std::string>{{1, "exit 0"}}
-                                        : std::map<int, std::string>{});
-        EXPECT_EQ(on("p", {"--remove", "--dry-run"}), ended) << name;
-        if (ended.status != 0) {
-            EXPECT_EQ(on("p", {"--remove"}).status, 3) << name;
+        const Ended ended = message.empty() ? ready : failed(message);
+        EXPECT_EQ(on("p", {"--dry-run"}), ended) << change;
+        EXPECT_EQ(on("p", {"--remove", "--dry-run"}), ended) << change;
+        if (!message.empty()) {
+            EXPECT_EQ(on("p", {"--remove"}), ended) << change;
         }
-        EXPECT_EQ(disk(dir / "r"), before) << name;
+        EXPECT_EQ(disk(dir / "r"), before) << change;
     }
 }
 

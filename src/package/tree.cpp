@@ -43,7 +43,7 @@ Manifest tree(const std::filesystem::path& root) {
     const std::size_t cut = (root / "").native().size();
     Manifest manifest;
     Block block;
-    walk(root, [&](const std::filesystem::path& path, std::filesystem::file_status status) {
+    walk(root, [&](const std::filesystem::path& path, const std::filesystem::file_status& status) {
         if (std::filesystem::is_symlink(status)) throw std::runtime_error("Symlink member refused");
         if (std::filesystem::is_regular_file(status))
             manifest[path.native().substr(cut)] = digest(path, block);
