@@ -128,6 +128,7 @@ TEST_F(Cli, TakesItsPlacesFromHomeOrTheTestRoot) {
     EXPECT_EQ(tool({"--package", "p"}, home(nullptr)), failed("User directory unavailable"));
     EXPECT_EQ(tool({"--package", "p"}, home("")), failed("User directory unavailable"));
     EXPECT_EQ(tool({"--package", "p", "--test-root", "t", "--dry-run"}, home(nullptr)), ready);
+    EXPECT_EQ(tool({"--package", "link/none"}), link);
     EXPECT_EQ(tool({"--package", "p", "--test-root", "link"}), link);
     EXPECT_EQ(tool({"--package", "p", "--test-root", "link/below"}), link);
     EXPECT_EQ(tool({"--package", "p"}, home((dir / "link").c_str())), link);
@@ -135,6 +136,7 @@ TEST_F(Cli, TakesItsPlacesFromHomeOrTheTestRoot) {
     // The rules on names come first, the one format after the choice of the support directory.
     package("both", "Marbrel", join({hd, {{"Components/MarbrelHDAU.component/a", ""}}}));
     EXPECT_EQ(tool({"--package", "both"}, home("")), failed("User directory unavailable"));
+    EXPECT_EQ(tool({"--package", "both", "--test-root", "link"}), link);
     package("mixed", "Quellotrone", hd);
     EXPECT_EQ(tool({"--package", "mixed"}, home("")), failed("Mixed product package refused"));
 

@@ -63,5 +63,5 @@ void run(int argc, char** argv) {
     }
 
     const char* const finalText = remove ? "REMOVED to backup: " : "INSTALLED; rollback backup: ";
-    std::cout << finalText << tx.string() << '\n';
+    std::cout << finalText << tx.native() << '\n';
 }
