@@ -1,5 +1,6 @@
 # Where `cmake --install` puts things, and the packages that CPack makes of them.
 include(GNUInstallDirs)
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)  # the tests need not be built for it
 
 install(TARGETS orvelline-installer DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES man/orvelline-installer.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
@@ -7,15 +8,16 @@ install(FILES completions/orvelline-installer.bash RENAME orvelline-installer
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES completions/_orvelline-installer
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
-install(FILES README.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md)
+# As they stand here, since they link to each other.
+install(FILES README.md ARCHITECTURE.md CONTRIBUTING.md SECURITY.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY examples/fleet DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_VENDOR "Orvelline")
 set(CPACK_PACKAGE_CONTACT "Orvelline release engineering <release@orvelline.invalid>")
-# Whatever the umask of whoever makes the package.
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
@@ -25,7 +27,7 @@ if(APPLE)
   set(CPACK_PRODUCTBUILD_IDENTIFIER orvelline.installer)
 else()
   set(CPACK_GENERATOR DEB TGZ)
-  set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/debian.cmake)
+  set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/pack.cmake)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
   set(CPACK_DEBIAN_PACKAGE_SECTION sound)

@@ -13,6 +13,7 @@ using Block = std::array<char, blocksize>;
 
 static std::string hexadecimal(const unsigned char* bytes, std::size_t size) {
     std::string digits;
+    digits.reserve(2 * size);
     for (std::size_t i = 0; i < size; ++i) {
         digits += "0123456789abcdef"[bytes[i] >> 4];
         digits += "0123456789abcdef"[bytes[i] & 15];

@@ -1,4 +1,13 @@
-# Gives the files of the .deb, before they are packed, the form that Debian asks for.
+# Puts the last hand to what is about to be packed. First, no directory may depend on the umask of
+# whoever makes the package.
+file(GLOB_RECURSE entries LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
+foreach(entry ${CPACK_TEMPORARY_DIRECTORY} ${entries})
+  if(IS_DIRECTORY ${entry})
+    file(CHMOD ${entry} PERMISSIONS ${CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
+  endif()
+endforeach()
+
+# The rest is the form that Debian asks for.
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
   return()
 endif()
