@@ -32,9 +32,9 @@ def prepare(place):
                    stdout=subprocess.DEVNULL)
 
 
-def fresh(place, name):
+def fresh(place, name, start="start"):
     """A copy of the start; gives its path."""
-    return Path(shutil.copytree(f"{place}/start", f"{place}/{name}"))
+    return Path(shutil.copytree(f"{place}/{start}", f"{place}/{name}"))
 
 
 def traced(root, *options, package="new", remove=False):
