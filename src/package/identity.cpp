@@ -36,11 +36,13 @@ std::string productof(const std::filesystem::path& package) {
     if (const int descriptor = openread(package / "PRODUCT.txt"); descriptor >= 0) {
         // A first line that is longer than this is no product.
         std::array<char, 64> block;
+        std::size_t size = 0;
         long got = 0;
-        while (product.size() < block.size() && product.find('\n') == std::string::npos &&
-               (got = readblock(descriptor, block.data(), block.size())) > 0)
-            product.append(block.data(), static_cast<std::size_t>(got));
+        while (std::find(block.begin(), block.begin() + size, '\n') == block.begin() + size &&
+               (got = readblock(descriptor, block.data() + size, block.size() - size)) > 0)
+            size += static_cast<std::size_t>(got);
         closefile(descriptor);
+        product.assign(block.data(), size);
     }
     product = product.substr(0, product.find('\n'));
     if (product != "Marbrel" && product != "Quellotrone")

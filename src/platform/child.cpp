@@ -21,10 +21,10 @@ static bool makepipe(int& out, int& in) {
     out = ::fcntl(ends[0], F_DUPFD_CLOEXEC, 3);
     in = ::fcntl(ends[1], F_DUPFD_CLOEXEC, 3);
     // An end that stays open would keep the other from ever being at its end.
-    const bool closed = ::close(ends[0]) == 0 && ::close(ends[1]) == 0;
+    const bool closed = closefile(ends[0]) && closefile(ends[1]);
     if (closed && out >= 0 && in >= 0) return true;
-    if (out >= 0) ::close(out);
-    if (in >= 0) ::close(in);
+    if (out >= 0) closefile(out);
+    if (in >= 0) closefile(in);
     return false;
 }
 
@@ -77,14 +77,14 @@ ChildEnd runchild(const char* program, const std::vector<std::string>& arguments
     static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
     pid_t child = -1;
     end.started = start(program, argv.data(), in, child);
-    const bool closed = ::close(in) == 0;
+    const bool closed = closefile(in);
 
     // Drained before the wait, so that the child can always end.
     std::array<char, 4096> block;
     long got = closed ? 0 : -1;
     while (end.started && closed && (got = readblock(out, block.data(), block.size())) > 0)
         end.errorbytes += static_cast<std::size_t>(got);
-    ::close(out);
+    closefile(out);
     if (!end.started) return end;
 
     int status = 0;

@@ -1,7 +1,6 @@
 #include "platform/file.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,11 +13,13 @@ static int openfile(const std::filesystem::path& file, int flags) {
     return descriptor;
 }
 
-// Gives whether a read that failed is worth another: it was interrupted, or there is something to
-// read now where there was nothing yet.
+// Gives whether a read that failed is worth another: it was interrupted, or a FIFO's writer, which
+// is waited for from now on, had nothing to read yet.
 static bool again(int descriptor) {
-    pollfd readable = {descriptor, POLLIN, 0};
-    return errno == EINTR || (errno == EAGAIN && ::poll(&readable, 1, -1) > 0);
+    if (errno == EINTR) return true;
+    const int flags = errno == EAGAIN ? ::fcntl(descriptor, F_GETFL) : -1;
+    return flags >= 0 && (flags & O_NONBLOCK) != 0 &&
+           ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
 }
 
 int openread(const std::filesystem::path& file) {
@@ -47,6 +48,11 @@ bool writeall(int descriptor, std::string_view text) {
     return true;
 }
 
-void closefile(int descriptor) {
-    ::close(descriptor);
+bool closefile(int descriptor) {
+    int result = -1;
+    do {
+        result = ::close(descriptor);
+    } while (result < 0 && errno == EINTR);
+    // One that was closed although it was interrupted: nobody else can have opened it again.
+    return result == 0 || errno == EBADF;
 }

@@ -28,5 +28,5 @@ int opennew(const std::filesystem::path& file);
 // been written stays.
 bool writeall(int descriptor, std::string_view text);
 
-// Takes a descriptor and closes it.
-void closefile(int descriptor);
+// Takes a descriptor and closes it. Gives whether that worked.
+bool closefile(int descriptor);
