@@ -1,6 +1,7 @@
 #include "harness.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -119,13 +120,13 @@ std::string Studio::oddname() const {
     return fs::remove(dir / name) ? name : "\xC3\xA9";
 }
 
-Ended Studio::tool(const std::vector<std::string>& arguments,
-                   const std::function<void()>& prepare) const {
+Ended Studio::tool(const std::vector<std::string>& arguments, const std::function<void()>& prepare,
+                   const fs::path& program) const {
     const fs::path out = dir / "stdout";
     const fs::path err = dir / "stderr";
     std::vector<char*> argv;
     if (*EMULATOR != '\0') argv.push_back(const_cast<char*>(EMULATOR));
-    argv.push_back(const_cast<char*>(INSTALLER));
+    argv.push_back(const_cast<char*>(program.c_str()));
     for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
     const pid_t child = fork();
@@ -147,6 +148,12 @@ Ended Studio::tool(const std::vector<std::string>& arguments,
     return ended;
 }
 
-void dropprivileges() {
-    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(97);
+Ended Studio::unprivileged(const std::vector<std::string>& arguments, unsigned mask) const {
+    // The build may lie where nobody else can go.
+    fs::copy_file(INSTALLER, dir / "program", fs::copy_options::skip_existing);
+    const auto prepare = [mask] {
+        umask(static_cast<mode_t>(mask));
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(97);
+    };
+    return tool(arguments, prepare, dir / "program");
 }

@@ -57,10 +57,11 @@ class Studio : public testing::Test {
 
     // Runs the tool; `prepare` is called in the new process ahead of it.
     Ended tool(const std::vector<std::string>& arguments,
-               const std::function<void()>& prepare = nullptr) const;
+               const std::function<void()>& prepare = nullptr,
+               const std::filesystem::path& program = INSTALLER) const;
+
+    // Runs it without root's rights, so that permissions count, and under a umask.
+    Ended unprivileged(const std::vector<std::string>& arguments, unsigned mask) const;
 
     std::filesystem::path dir;
 };
-
-// Gives up root's rights for good, so that permissions count.
-void dropprivileges();

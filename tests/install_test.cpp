@@ -153,10 +153,7 @@ TEST_F(Install, CarriesPermissionBitsWhateverTheUmask) {
     fs::create_directory(dir / "r");
     for (const fs::path& place : {dir, dir / "r"}) fs::permissions(place, fs::perms(0777));
     for (const int pass : {1, 2}) {
-        const Ended ended = tool({"--package", "p", "--test-root", "r"}, [] {
-            umask(077);
-            dropprivileges();
-        });
+        const Ended ended = unprivileged({"--package", "p", "--test-root", "r"}, 077);
         ASSERT_EQ(ended.status, 0) << ended;
         EXPECT_EQ(disk(plugins(), true)["VST3"], "700 directory");
         fs::path copy = plugins() / "VST3/MarbrelHD.vst3";
@@ -230,7 +227,7 @@ TEST_F(Install, TellsWhatItMayNotRead) {
     const auto ended = [this](const fs::path& path, unsigned mode) {
         const auto before = fs::status(path).permissions();
         fs::permissions(path, fs::perms(mode));
-        const Ended result = tool({"--package", "p", "--dry-run"}, dropprivileges);
+        const Ended result = unprivileged({"--package", "p", "--dry-run"}, 022);
         fs::permissions(path, before);
         return result;
     };
