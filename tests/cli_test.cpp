@@ -11,7 +11,6 @@
 
 namespace fs = std::filesystem;
 
-static const Ended ready = {0, "READY: verified package; no files changed\n", ""};
 static const Files hd = {{"VST3/MarbrelHD.vst3/Contents/MacOS/MarbrelHD", "one"}};
 
 class Cli : public Studio {};

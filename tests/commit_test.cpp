@@ -46,7 +46,6 @@ TEST_F(Commit, PutsBackWhatStoodThereAfterAnyFailure) {
         "t=$(echo r/support/Backups/Marbrel-*); t=${t##* }; s=$t/staged/VST3; receipt=r/support/"
         "Marbrel-VST3.sha256; p=r/plugins/VST3; payload=2/payload/VST3; HD=MarbrelHD.vst3; "
         "Low=MarbrelLowCPU.vst3; undo() { echo \"rm $1\" >undo; }; ";
-    const std::string loaded = "Plugin is loaded or load check unavailable; save/close hosts first";
     const std::string mismatch = "Installed readback mismatch";
     const std::string stale = "Stale transaction receipt preserved; contact support";
     const std::string link = "Symlink path refused: " + receipt().string() + ".tmp";

@@ -17,6 +17,10 @@ struct Ended {
 };
 std::ostream& operator<<(std::ostream& stream, const Ended& ended);
 
+inline const Ended ready = {0, "READY: verified package; no files changed\n", ""};
+inline const std::string loaded =
+    "Plugin is loaded or load check unavailable; save/close hosts first";
+
 // What a run that failed with this message gives.
 Ended failed(const std::string& message);
 

@@ -1,6 +1,5 @@
 // The readers and the proof, called directly.
 
-#include <CommonCrypto/CommonDigest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
