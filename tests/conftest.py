@@ -1,0 +1,21 @@
+"""The options of a test run, and the directory that each test gets."""
+
+import os
+import tempfile
+from pathlib import Path
+
+import pytest
+from harness import ROOT, Studio
+
+
+def pytest_addoption(parser):
+    parser.addoption("--build", default=str(ROOT / "build/release"), help="what is tested")
+    parser.addoption("--emulator", default="", help="the command that runs the built programs")
+
+
+@pytest.fixture
+def studio(request):
+    """A directory of the test's own, on a path without links."""
+    with tempfile.TemporaryDirectory(dir=os.path.realpath(tempfile.gettempdir())) as place:
+        yield Studio(Path(place), os.path.abspath(request.config.getoption("--build")),
+                     request.config.getoption("--emulator").split())
