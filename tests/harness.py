@@ -2,6 +2,7 @@
 
 import hashlib
 import os
+import shutil
 import stat
 import subprocess
 from pathlib import Path
@@ -9,14 +10,22 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 # Nothing of the caller's: no variable of theirs may decide how a test ends.
 ENVIRONMENT = {"PATH": "/usr/bin:/bin:/usr/sbin:/sbin", "LC_ALL": "C.UTF-8"}
+HD, LOW = "VST3/MarbrelHD.vst3", "VST3/MarbrelLowCPU.vst3"
+RECEIPT = "Marbrel-VST3.sha256"
 READY = (0, "READY: verified package; no files changed\n", "")
 INSTALLED, REMOVED = "INSTALLED; rollback backup: ", "REMOVED to backup: "
+LIBRARY = "filesystem error"
 LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
 
 
 def failed(message):
     """What a run that failed with this message gives."""
     return 3, "", f"{message}\n"
+
+
+def rows(table):
+    """The rows of a table that names for each outcome what leads to it."""
+    return [(outcome, cause) for outcome, causes in table.items() for cause in causes]
 
 
 def disk(root):
@@ -41,6 +50,12 @@ def lines(files):
     return "".join(f"{digests[path]}  {path}\n" for path in sorted(files, key=os.fsencode))
 
 
+def files(version, *keys):
+    """The files of some bundles, of both for VST3 if none is named."""
+    return {f"{key}/{file}": f"{key} {version}" for key in keys or (HD, LOW)
+            for file in ("MacOS/a", "b")}
+
+
 def write(file, content):
     file.parent.mkdir(parents=True, exist_ok=True)
     file.write_text(content, errors="surrogateescape", newline="")
@@ -52,6 +67,7 @@ class Studio:
 
     def __init__(self, place, build, emulator):
         self.place, self.build, self.emulator = place, build, emulator
+        self.plugins, self.support = place / "r/plugins", place / "r/support"
         (place / "home").mkdir()
         self.lsof()
 
@@ -68,27 +84,59 @@ class Studio:
         """Makes the stand-in for lsof. Its n-th call runs calls[n], a piece of shell, and then
         answers "not loaded" if the piece has not ended it."""
         cases = "\n".join(f"{number}) {piece} ;;" for number, piece in calls.items())
-        count = "$(wc -l <calls | tr -d ' ')"
-        write(self.place / "lsof", f'#!/bin/sh\necho "$*" >>calls\ncase {count} in\n{cases}\nesac\n'
-              "exit 1\n").chmod(0o755)
-        write(self.place / "calls", "")
+        count = "n=0; while read -r _; do n=$((n + 1)); done <calls"
+        write(self.place / "lsof", f'#!/bin/sh\necho "$*" >>calls\n{count}\ncase $n in\n{cases}\n'
+              "esac\nexit 1\n").chmod(0o755)
+        write(self.place / "calls", "").chmod(0o666)
 
     def asked(self):
         """The command lines that the stand-in for lsof has got."""
         return (self.place / "calls").read_text(errors="surrogateescape").splitlines()
 
     def run(self, *command, environment={}, **more):
-        """Runs a command; gives its exit status and both its streams."""
+        """Runs a command; gives its exit status and both its streams. Of the library's words only
+        the beginning is given: each library has its own."""
         ended = subprocess.run(command, **{
             "cwd": self.place, "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
             "stderr": subprocess.PIPE, "text": True, "errors": "surrogateescape",
             "env": ENVIRONMENT | {"HOME": f"{self.place}/home"} | environment} | more)
-        return ended.returncode, ended.stdout, ended.stderr
+        library = (ended.stderr or "").startswith(LIBRARY)
+        return ended.returncode, ended.stdout, f"{LIBRARY}\n" if library else ended.stderr
+
+    def command(self, program="installer"):
+        """What runs one of the programs under test: the shipped ones but for the path of lsof."""
+        return *self.emulator, f"{self.build}/tests/{program}-under-test"
 
     def tool(self, *arguments, program="installer", **more):
-        """Runs one of the two programs, which is the shipped one but for the path of lsof."""
-        return self.run(*self.emulator, f"{self.build}/tests/{program}-under-test", *arguments,
+        """Runs one of the programs under test."""
+        return self.run(*self.command(program), *arguments, **more)
+
+    def on(self, package, *options, **more):
+        """Runs the installer on a package, with "r" as test root."""
+        return self.tool("--package", package, "--test-root", "r", *options, **more)
+
+    def plain(self, package, *options, **more):
+        """The same without root's rights, so that permission bits count."""
+        # The build may lie where nobody else can go.
+        self.place.chmod(0o755)
+        *emulator, program = self.command()
+        program = shutil.copy(program, self.place / "program")
+        if os.geteuid() == 0:
+            more |= {"user": 65534, "group": 65534, "extra_groups": []}
+        return self.run(*emulator, program, "--package", package, "--test-root", "r", *options,
                         **more)
+
+    def done(self, package, *options):
+        """Runs the installer to a good end; gives the transaction directory that it names."""
+        status, out, err = self.on(package, *options)
+        head = f"{REMOVED if options else INSTALLED}{self.support}/Backups/"
+        assert (status, out[:len(head)], out[-1:], err) == (0, head, "\n", "")
+        return self.support / "Backups" / out[len(head):-1]
+
+    def ends(self, message):
+        """What a run gives that fails with this message, "{}" being the test's directory; without
+        a message, what a dry run gives that finds nothing to refuse."""
+        return failed(message.format(self.place)) if message else READY
 
     def sh(self, code, **more):
         """Runs a piece of shell that stops at the first command that fails."""

@@ -1,0 +1,108 @@
+"""Whole runs that nothing disturbs: what each kind leaves on disk, and what it asks lsof."""
+
+import pytest
+from harness import HD, INSTALLED, LOADED, LOW, READY, RECEIPT, disk, failed, files, lines
+
+
+def test_what_each_kind_of_run_leaves(studio):
+    payload = {name: disk(studio.package(name, files(name)) / "payload") for name in ("one", "two")}
+    empty = {"staged": "directory", "staged/VST3": "directory"}
+
+    def kept(name):
+        return {area: "directory" for area in ("original", "verified-backup")} | {
+            f"{area}/{path}": entry for path, entry in payload[name].items()
+            for area in ("original", "verified-backup")}
+
+    assert disk(studio.done("one")) == empty
+    assert studio.asked() == []
+    # An upgrade, a reinstall, a downgrade: each replaces what was there.
+    for old, new in ("one", "two"), ("two", "two"), ("two", "one"):
+        studio.lsof()
+        assert disk(studio.done(new)) == empty | kept(old) | {
+            "previous-receipt.sha256": lines(files(old)).encode()}
+        assert disk(studio.plugins) == payload[new]
+        assert (studio.support / RECEIPT).read_text() == lines(files(new))
+        assert studio.asked() == [f"-n {studio.plugins}/{key}/MacOS/a" for key in (HD, LOW) * 2]
+    assert disk(studio.done("one", "--remove")) == kept("one") | {
+        "removed-receipt.sha256": lines(files("one")).encode()}
+    assert disk(studio.plugins) == {"VST3": "directory"}
+    assert disk(studio.done("one", "--remove")) == {}
+    assert [path.name for path in studio.support.iterdir()] == ["Backups"]
+    assert len(list((studio.support / "Backups").iterdir())) == 6
+
+
+def test_a_subset_is_the_package_that_it_is(studio):
+    for name, version, keys in ("both", 1, ()), ("half", 2, [HD]), ("next", 2, ()):
+        studio.package(name, files(version, *keys))
+    studio.done("both")
+    studio.done("half")
+    assert (studio.support / RECEIPT).read_text() == lines(files(2, HD))
+    # The other bundle is known by the package alone from now on.
+    assert studio.on("next") == studio.ends(
+        f"Unknown or modified plugin preserved: {{}}/r/plugins/{LOW}")
+    studio.done("half", "--remove")
+    assert not (studio.support / RECEIPT).exists()
+    assert disk(studio.plugins / LOW) == disk(studio.place / "both/payload" / LOW)
+    assert not (studio.plugins / HD).exists()
+
+
+def test_products_and_formats_are_apart(studio):
+    everything = {}
+    for name, keys in {
+        "Marbrel-VST3": [HD, LOW],
+        "Marbrel-Components": ["Components/MarbrelHDAU.component",
+                               "Components/MarbrelLowCPUAU.component"],
+        "Quellotrone-VST3": ["VST3/Quellotrone.vst3"],
+        "Quellotrone-Components": ["Components/QuellotroneAU.component"],
+    }.items():
+        product = name.partition("-")[0]
+        everything |= disk(studio.package(name, files(1, *keys), product) / "payload")
+        assert studio.done(name).name.startswith(f"{product}-")
+        assert (studio.support / f"{name}.sha256").read_text() == lines(files(1, *keys))
+    assert disk(studio.plugins) == everything
+
+
+def test_asks_about_every_file_directly_in_a_macos_directory(studio):
+    asked = ["Contents/MacOS/a", "Contents/MacOS/data.txt", "MacOS/a", "A/Versions/A/MacOS/a"]
+    studio.package("p", {f"{HD}/{path}": "" for path in [
+        *asked, "Contents/MacOS/inner/a", "Contents/macos/a", "Contents/Resources/MacOS"]})
+    studio.done("p")
+    assert studio.on("p", "--dry-run") == READY
+    assert sorted(studio.asked()) == sorted(f"-n {studio.plugins}/{HD}/{path}" for path in asked)
+    for answer, ended in {
+        "exit 0": failed(LOADED),
+        "exit 2": failed(LOADED),
+        "kill -9 $$": failed(LOADED),
+        "echo >&2; exit 1": failed(LOADED),
+        "head -c 300000 /dev/zero >&2; exit 1": failed(LOADED),
+        "head -c 300000 /dev/zero; exit 1": READY,
+    }.items():
+        studio.lsof({3: answer})
+        assert studio.on("p", "--dry-run") == ended, answer
+        assert len(studio.asked()) == (4 if ended == READY else 3), answer
+
+
+def test_a_load_check_that_cannot_start(studio):
+    studio.package("p", files(1))
+    studio.package("q", {"VST3/Quellotrone.vst3/a": ""}, "Quellotrone")
+    studio.done("p")
+    studio.done("q")
+    lsof = studio.place / "lsof"
+    for change in lsof.unlink, lsof.touch, lambda: lsof.chmod(0o755), lambda: lsof.write_text("?"):
+        change()
+        # Without a tested file there is nothing to ask.
+        assert studio.on("q", "--dry-run") == READY
+        if studio.emulator:
+            pytest.skip("the emulator reports what cannot be started as ended with status 127")
+        assert studio.on("p", "--dry-run") == failed("Load check unavailable")
+
+
+@pytest.mark.once
+def test_two_runs_at_one_instant(studio):
+    clock = {"environment": {"LD_PRELOAD": f"{studio.build}/tests/libstill-clock.so"}}
+    studio.package("p", files(1))
+    backup = studio.support / "Backups/Marbrel-5000000000"
+    assert studio.on("p", **clock) == (0, f"{INSTALLED}{backup}\n", "")
+    before = disk(studio.place / "r")
+    assert studio.on("p", **clock) == failed("Backup transaction already exists")
+    assert disk(studio.place / "r") == before
