@@ -40,7 +40,7 @@ void run(int argc, char** argv) {
         return;
     }
 
-    const std::filesystem::path tx = opentx(support, product, ticks());
+    const std::filesystem::path tx = opentx(support, product);
     backup(testRoot, captured, tx);
     if (!remove) stage(package, manifest, bundles, tx);
 

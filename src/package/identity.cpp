@@ -15,11 +15,12 @@ static constexpr std::array<std::string_view, 6> names = {
 std::set<BundleKey> bundlesof(const Manifest& manifest) {
     std::set<BundleKey> bundles;
     for (const auto& [key, digest] : manifest) {
-        const std::filesystem::path path = key;
-        auto component = path.begin();
-        const std::string format = component->string();
-        if (++component == path.end()) throw std::runtime_error("Missing bundle");
-        const std::string name = component->string();
+        const std::size_t slash = key.find('/');
+        if (slash == std::string::npos) throw std::runtime_error("Missing bundle");
+        const std::string format = key.substr(0, slash);
+        // A run of separators counts as one.
+        const std::size_t begin = std::min(key.find_first_not_of('/', slash), key.size());
+        const std::string name = key.substr(begin, key.find('/', begin) - begin);
         if (format != "VST3" && format != "Components")
             throw std::runtime_error("Unexpected format");
         if (std::find(names.begin(), names.end(), name) == names.end())
@@ -32,19 +33,12 @@ std::set<BundleKey> bundlesof(const Manifest& manifest) {
 }
 
 std::string productof(const std::filesystem::path& package) {
-    std::string product;
-    if (const int descriptor = openread(package / "PRODUCT.txt"); descriptor >= 0) {
-        // A first line that is longer than this is no product.
-        std::array<char, 64> block;
-        std::size_t size = 0;
-        long got = 0;
-        while (std::find(block.begin(), block.begin() + size, '\n') == block.begin() + size &&
-               (got = readblock(descriptor, block.data() + size, block.size() - size)) > 0)
-            size += static_cast<std::size_t>(got);
-        closefile(descriptor);
-        product.assign(block.data(), size);
-    }
-    product = product.substr(0, product.find('\n'));
+    std::array<char, 64> block;  // a first line that is longer is no product
+    const int descriptor = openread(package / "PRODUCT.txt");
+    const long got = readblock(descriptor, block.data(), block.size());
+    closefile(descriptor);
+    const std::string text(block.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
+    const std::string product = text.substr(0, text.find('\n'));
     if (product != "Marbrel" && product != "Quellotrone")
         throw std::runtime_error("Unknown product");
     return product;

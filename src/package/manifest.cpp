@@ -13,17 +13,20 @@ static constexpr std::size_t keyoffset = digestsize + 2;  // bytes: two spaces i
 static void checkhead(const std::string& line) {
     if (line.size() <= keyoffset || line[digestsize] != ' ' || line[digestsize + 1] != ' ')
         throw std::runtime_error("Malformed manifest");
-    if (line.substr(0, digestsize).find_first_not_of("0123456789abcdef") != std::string::npos)
+    if (line.find_first_not_of("0123456789abcdef") < digestsize)
         throw std::runtime_error("Invalid hash");
 }
 
 static void addline(Manifest& manifest, const std::string& line) {
     checkhead(line);
-    const std::filesystem::path key = line.substr(keyoffset);
-    if (key.has_root_directory()) throw std::runtime_error("Absolute manifest path refused");
-    for (const std::filesystem::path& component : key)
+    const std::string key = line.substr(keyoffset);
+    if (key.starts_with('/')) throw std::runtime_error("Absolute manifest path refused");
+    for (std::size_t begin = 0, end = 0; end != std::string::npos; begin = end + 1) {
+        end = key.find('/', begin);
+        const std::string_view component = std::string_view(key).substr(begin, end - begin);
         if (component == ".." || component == ".") throw std::runtime_error("Unsafe manifest path");
-    if (!manifest.emplace(key.string(), line.substr(0, digestsize)).second)
+    }
+    if (!manifest.emplace(key, line.substr(0, digestsize)).second)
         throw std::runtime_error("Duplicate manifest entry");
 }
 

@@ -8,14 +8,10 @@
 #include "package/tree.h"
 #include "transaction/copytree.h"
 
-std::int64_t ticks() {
-    return std::chrono::system_clock::now().time_since_epoch().count();
-}
-
-std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product,
-                             std::int64_t count) {
+std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product) {
     std::filesystem::create_directories(support);
-    std::filesystem::path tx = support / "Backups" / (product + '-' + std::to_string(count));
+    const auto ticks = std::chrono::system_clock::now().time_since_epoch().count();
+    std::filesystem::path tx = support / "Backups" / (product + '-' + std::to_string(ticks));
     safe(tx);
     if (!std::filesystem::create_directories(tx))
         throw std::runtime_error("Backup transaction already exists");

@@ -1,19 +1,15 @@
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <string>
 
 #include "install/preflight.h"
 
-// Gives the reading of the wall clock, in its own ticks since its epoch.
-std::int64_t ticks();
-
-// Takes the support directory, the product and a reading of the clock in ticks. Makes the support
-// directory and in it the transaction directory of this run, and gives the path of the latter.
+// Takes the support directory and the product. Makes the support directory and in it the
+// transaction directory of this run, named by the product and the wall clock in its own ticks, and
+// gives the path of the latter.
 // Fails with "Backup transaction already exists", like `safe`, or in the library's words.
-std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product,
-                             std::int64_t count);
+std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product);
 
 // Takes the test root, what preflight captured and the transaction directory. Copies each captured
 // bundle from its destination into the transaction directory, and proves the copy.

@@ -2,22 +2,23 @@
 
 #include "platform/walk.h"
 
-// As the library's recursive copy goes, which leaves permission bits to the umask, each library's
-// in its own way. Set behind the content, since a write may strip bits.
-static void copyall(const std::filesystem::path& from, const std::filesystem::path& to) {
-    const std::filesystem::file_status status = std::filesystem::status(from);
-    if (std::filesystem::is_directory(status)) {
-        std::filesystem::create_directory(to);
-        // The copy of a read-only directory has to take its content first.
-        std::filesystem::permissions(to, std::filesystem::perms::owner_all);
+namespace fs = std::filesystem;
+
+// As the library's recursive copy goes, with two differences: a directory can always be filled and
+// moved by its owner, and no umask takes permissions from a file.
+static void copyall(const fs::path& from, const fs::path& to) {
+    const fs::file_status status = fs::status(from);
+    if (fs::is_directory(status)) {
+        fs::create_directory(to, from);
+        fs::permissions(to, (fs::status(to).permissions() & fs::perms::all) | fs::perms::owner_all);
         for (const std::string& name : names(from)) copyall(from / name, to / name);
     } else {
-        std::filesystem::copy(from, to);
+        fs::copy(from, to);
+        fs::permissions(to, status.permissions() & fs::perms::all);
     }
-    std::filesystem::permissions(to, status.permissions());
 }
 
-void copyTree(const std::filesystem::path& from, const std::filesystem::path& to) {
-    std::filesystem::create_directories(to.parent_path());
+void copyTree(const fs::path& from, const fs::path& to) {
+    fs::create_directories(to.parent_path());
     copyall(from, to);
 }

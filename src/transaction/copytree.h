@@ -3,7 +3,8 @@
 #include <filesystem>
 
 // Takes a directory and the path of its copy. Creates the copy's parent directories, then copies
-// everything recursively, following links, with the permission bits of every file and directory
-// whatever the umask is. Nothing that exists is overwritten.
+// everything recursively, following links. Files keep their nine permission bits; directories keep
+// theirs less the umask, and always give their owner every right. Nothing that exists is
+// overwritten.
 // Fails in the library's words, also on anything but files and directories.
 void copyTree(const std::filesystem::path& from, const std::filesystem::path& to);
