@@ -9,6 +9,7 @@
 #include "platform/file.h"
 #include "platform/walk.h"
 
+using std::filesystem::file_type;
 using Block = std::array<char, blocksize>;
 
 static std::string hexadecimal(const unsigned char* bytes, std::size_t size) {
@@ -21,14 +22,19 @@ static std::string hexadecimal(const unsigned char* bytes, std::size_t size) {
     return digits;
 }
 
-static std::string digest(const std::filesystem::path& file, Block& block) {
-    const int descriptor = openread(file);
-    if (descriptor < 0) throw std::runtime_error("Cannot read " + file.string());
+static std::string digest(const Entry& entry, Block& block) {
+    const int descriptor = openread(entry.directory, entry.name.c_str());
+    if (descriptor < 0) throw std::runtime_error("Cannot read " + entry.path.string());
     CC_SHA256_CTX context;
     CC_SHA256_Init(&context);
     long got;
-    while ((got = readblock(descriptor, block.data(), block.size())) > 0)
+    std::uintmax_t total = 0;
+    while ((got = readblock(descriptor, block.data(), block.size())) > 0) {
         CC_SHA256_Update(&context, block.data(), static_cast<CC_LONG>(got));
+        total += static_cast<std::uintmax_t>(got);
+        // A block that is not full and ends where the file does was the last.
+        if (total == entry.size && static_cast<std::size_t>(got) < block.size()) break;
+    }
     closefile(descriptor);
     if (got < 0) throw std::runtime_error("Read failed");
     std::array<unsigned char, CC_SHA256_DIGEST_LENGTH> bytes;
@@ -44,10 +50,10 @@ Manifest tree(const std::filesystem::path& root) {
     const std::size_t cut = (root / "").native().size();
     Manifest manifest;
     Block block;
-    walk(root, [&](const std::filesystem::path& path, const std::filesystem::file_status& status) {
-        if (std::filesystem::is_symlink(status)) throw std::runtime_error("Symlink member refused");
-        if (std::filesystem::is_regular_file(status))
-            manifest[path.native().substr(cut)] = digest(path, block);
+    walk(root, false, [&](const Entry& entry) {
+        if (entry.type == file_type::symlink) throw std::runtime_error("Symlink member refused");
+        if (entry.type == file_type::regular)
+            manifest[entry.path.native().substr(cut)] = digest(entry, block);
     });
     if (manifest.empty()) throw std::runtime_error("Empty bundle refused");
     return manifest;

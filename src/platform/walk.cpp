@@ -1,42 +1,83 @@
 #include "platform/walk.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
 #include <system_error>
 
-static void checkerror(const char* action, const std::filesystem::path& directory) {
-    if (errno != 0)
-        throw std::filesystem::filesystem_error(action, directory,
-                                                std::error_code(errno, std::generic_category()));
+using std::filesystem::file_type;
+using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+[[noreturn]] static void fail(const char* action, const std::filesystem::path& path) {
+    throw std::filesystem::filesystem_error(action, path,
+                                            std::error_code(errno, std::generic_category()));
 }
 
-std::vector<std::string> names(const std::filesystem::path& directory) {
-    errno = 0;
-    const std::shared_ptr<DIR> stream(::opendir(directory.c_str()), [](DIR* opened) {
-        if (opened != nullptr) ::closedir(opened);
-    });
-    if (!stream) checkerror("cannot open directory", directory);
+// `more` are flags of the opening.
+static Stream opendirectory(int parent, const char* name, int more,
+                            const std::filesystem::path& path) {
+    const int descriptor = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | more);
+    if (descriptor < 0) fail("cannot open directory", path);
+    Stream stream(::fdopendir(descriptor), ::closedir);
+    if (!stream) {
+        const int reason = errno;
+        ::close(descriptor);
+        errno = reason;
+        fail("cannot open directory", path);
+    }
+    return stream;
+}
+
+static std::vector<std::string> listing(DIR* stream, const std::filesystem::path& path) {
     std::vector<std::string> found;
     errno = 0;
-    while (const dirent* entry = ::readdir(stream.get())) {
+    while (const dirent* entry = ::readdir(stream)) {
         const std::string name = entry->d_name;
         if (name != "." && name != "..") found.push_back(name);
         errno = 0;
     }
-    checkerror("cannot read directory", directory);
+    if (errno != 0) fail("cannot read directory", path);
     return found;
 }
 
-void walk(
-    const std::filesystem::path& directory,
-    const std::function<void(const std::filesystem::path&, std::filesystem::file_status)>& visit) {
-    for (const std::string& name : names(directory)) {
-        const std::filesystem::path path = directory / name;
-        // Asked afresh: the type in the listing hides a status that cannot be taken.
-        const std::filesystem::file_status status = std::filesystem::symlink_status(path);
-        visit(path, status);
-        if (std::filesystem::is_directory(status)) walk(path, visit);
+// Asked afresh: the type in the listing hides a status that cannot be taken.
+static Entry ask(int directory, const std::string& name, const std::filesystem::path& path) {
+    struct stat status;
+    Entry entry = {directory, name, path, file_type::not_found, 0};
+    if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno != ENOENT) fail("cannot take status", path);
+        return entry;
     }
+    entry.size = static_cast<std::uintmax_t>(status.st_size);
+    entry.type = S_ISREG(status.st_mode)   ? file_type::regular
+                 : S_ISDIR(status.st_mode) ? file_type::directory
+                 : S_ISLNK(status.st_mode) ? file_type::symlink
+                                           : file_type::unknown;
+    return entry;
+}
+
+static void descend(DIR* stream, const std::filesystem::path& path,
+                    const std::function<void(const Entry&)>& visit) {
+    for (const std::string& name : listing(stream, path)) {
+        const std::filesystem::path below = path / name;
+        const Entry entry = ask(::dirfd(stream), name, below);
+        visit(entry);
+        if (entry.type == file_type::directory)
+            descend(opendirectory(entry.directory, name.c_str(), O_NOFOLLOW, below).get(), below,
+                    visit);
+    }
+}
+
+std::vector<std::string> names(const std::filesystem::path& directory) {
+    return listing(opendirectory(AT_FDCWD, directory.c_str(), 0, directory).get(), directory);
+}
+
+void walk(const std::filesystem::path& root, bool linked,
+          const std::function<void(const Entry&)>& visit) {
+    const int more = linked ? 0 : O_NOFOLLOW;
+    descend(opendirectory(AT_FDCWD, root.c_str(), more, root).get(), root, visit);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -8,13 +9,22 @@
 // Directories, listed by the system's own calls: one library ends the process when it runs out of
 // memory in its directory iterators, where a failure has to be raised and rolled back.
 
+// What a walk comes across. The type is that of a link itself.
+struct Entry {
+    int directory;                      // the open directory that holds it
+    const std::string& name;            // its name there
+    const std::filesystem::path& path;  // the walk's root, one separator and the path below it
+    std::filesystem::file_type type;    // regular, directory, symlink, not_found or unknown
+    std::uintmax_t size;                // bytes of a regular file
+};
+
 // Takes a directory and gives the names in it, in the system's order, without "." and "..".
 // Fails in the library's words.
 std::vector<std::string> names(const std::filesystem::path& directory);
 
-// Takes a directory and calls `visit` with the path and the status of everything below it, at
-// every depth; the status is that of a link itself, and links are not entered. The paths are the
-// directory's text, one separator and the path below it. Fails in the library's words.
-void walk(
-    const std::filesystem::path& directory,
-    const std::function<void(const std::filesystem::path&, std::filesystem::file_status)>& visit);
+// Takes a directory, says whether that may be reached through a link of its own name, and calls
+// `visit` for everything below it, at every depth. Each further directory is opened through the one
+// that holds it, so that none is entered that has become a link meanwhile. One descriptor is open
+// for each level. Fails in the library's words.
+void walk(const std::filesystem::path& root, bool linked,
+          const std::function<void(const Entry&)>& visit);
