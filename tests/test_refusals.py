@@ -3,6 +3,7 @@
 import os
 import shlex
 import sys
+from threading import Thread
 
 import pytest
 from harness import HD, INSTALLED, LIBRARY, LOADED, LOW, disk, files, lines, rows, write
@@ -104,6 +105,16 @@ def test_odd_names_and_sizes(studio):
     studio.done("p")
     assert disk(studio.plugins) == disk(package / "payload")
     assert (studio.support / "Marbrel-VST3.sha256").read_bytes() == receipt
+
+
+def test_waits_for_the_writer_of_a_fifo(studio):
+    files = [studio.package("p", ONE) / name for name in ("CONTENTS.sha256", "PRODUCT.txt")]
+    for file in files:
+        content = file.read_text()
+        file.unlink()
+        os.mkfifo(file)
+        Thread(target=write, args=(file, content), daemon=True).start()
+    assert studio.tool("--package", "p", "--dry-run") == studio.ends("")
 
 
 def test_places(studio):

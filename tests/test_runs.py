@@ -1,7 +1,8 @@
 """Whole runs that nothing disturbs: what each kind leaves on disk, and what it asks lsof."""
 
 import pytest
-from harness import HD, INSTALLED, LOADED, LOW, READY, RECEIPT, disk, failed, files, lines
+from harness import (HD, INSTALLED, LOADED, LOW, READY, RECEIPT, bits, disk, failed, files,
+                     lines)
 
 
 def test_what_each_kind_of_run_leaves(studio):
@@ -95,6 +96,19 @@ def test_a_load_check_that_cannot_start(studio):
         if studio.emulator:
             pytest.skip("the emulator reports what cannot be started as ended with status 127")
         assert studio.on("p", "--dry-run") == failed("Load check unavailable")
+
+
+def test_copies_of_a_package_that_may_only_be_read(studio):
+    bundle = studio.package("p", files(1, HD)) / "payload" / HD
+    for path, mode in {"MacOS/a": 0o4557, "b": 0o446, "MacOS": 0o707, "": 0o555}.items():
+        (bundle / path).chmod(mode)
+    (studio.place / "r").mkdir()
+    (studio.place / "r").chmod(0o777)
+    for _ in "install", "reinstall":
+        assert studio.plain("p", umask=0o027)[0] == 0
+    copies = [studio.plugins / HD, *studio.support.glob(f"Backups/*/verified-backup/{HD}")]
+    assert [bits(copy) for copy in copies] == 2 * [
+        {".": "750", "MacOS": "700", "MacOS/a": "557", "b": "446"}]
 
 
 @pytest.mark.once
