@@ -133,6 +133,11 @@ class Studio:
         assert (status, out[:len(head)], out[-1:], err) == (0, head, "\n", "")
         return self.support / "Backups" / out[len(head):-1]
 
+    def faulty(self, **variables):
+        """What more a run takes to have faults in its calls, as tests/faults.cpp knows them."""
+        return {"environment": {"LD_PRELOAD": f"{self.build}/tests/libfaults.so"} |
+                {name: str(value) for name, value in variables.items()}}
+
     def ends(self, message):
         """What a run gives that fails with this message, "{}" being the test's directory; without
         a message, what a dry run gives that finds nothing to refuse."""

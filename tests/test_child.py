@@ -56,12 +56,13 @@ def test_what_the_child_gets(installed):
 @pytest.mark.parametrize("name", ["INT", "TERM", "HUP", "QUIT"])
 def test_signals_end_a_run_before_the_commit_and_wait_during_it(installed, name):
     number = signal.Signals[f"SIG{name}"]
+    # Tests that run in the background may have been started with it ignored.
+    default = {"preexec_fn": lambda: signal.signal(number, signal.SIG_DFL)}
     installed.lsof({1: f"kill -{name} $PPID"})
-    # Whoever runs the tests in the background may have it ignored.
-    assert installed.on("p", preexec_fn=lambda: signal.signal(number, signal.SIG_DFL))[0] == -number
+    assert installed.on("p", **default)[0] == -number
     installed.lsof({2: f"kill -{name} $PPID"})
-    assert installed.on("p")[1].startswith(INSTALLED)
+    assert installed.on("p", **default)[1].startswith(INSTALLED)
     # One that ends a hanging check as well rolls the run back.
     installed.lsof({2: f"kill -{name} $PPID $$"})
-    assert installed.on("p") == failed(LOADED)
+    assert installed.on("p", **default) == failed(LOADED)
     assert disk(installed.plugins) == disk(installed.place / "p/payload")

@@ -113,7 +113,7 @@ def test_copies_of_a_package_that_may_only_be_read(studio):
 
 @pytest.mark.once
 def test_two_runs_at_one_instant(studio):
-    clock = {"environment": {"LD_PRELOAD": f"{studio.build}/tests/libstill-clock.so"}}
+    clock = studio.faulty(STILL_CLOCK=1)
     studio.package("p", files(1))
     backup = studio.support / "Backups/Marbrel-5000000000"
     assert studio.on("p", **clock) == (0, f"{INSTALLED}{backup}\n", "")

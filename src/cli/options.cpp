@@ -1,31 +1,31 @@
 #include "cli/options.h"
 
 #include <stdexcept>
-#include <string>
 
-// The library's own operation is not used: one of the two libraries refuses the empty path, which
-// here means the working directory.
-static std::filesystem::path absoluteform(const std::filesystem::path& path) {
-    return path.is_absolute() ? path : std::filesystem::current_path() / path;
-}
+#include "install/locations.h"
 
-RunOptions scan(int argc, char** argv) {
-    RunOptions options;
+void takeoptions(int argc, char** argv, const Valued& valued, const Flags& flags) {
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
-        const bool valued = i + 1 < argc;
-        if (argument == "--package" && valued) {
-            options.package = argv[++i];
-        } else if (argument == "--test-root" && valued) {
-            options.testRoot = absoluteform(argv[++i]);
-        } else if (argument == "--remove") {
-            options.remove = true;
-        } else if (argument == "--dry-run") {
-            options.dryRun = true;
+        const auto value = valued.find(argument);
+        const auto flag = flags.find(argument);
+        if (value != valued.end() && i + 1 < argc) {
+            value->second(argv[++i]);
+        } else if (flag != flags.end()) {
+            *flag->second = true;
         } else {
             throw std::runtime_error("Unknown option: " + argument);
         }
     }
+}
+
+RunOptions scan(int argc, char** argv) {
+    RunOptions options;
+    takeoptions(
+        argc, argv,
+        {{"--package", [&](const char* value) { options.package = value; }},
+         {"--test-root", [&](const char* value) { options.testRoot = absoluteform(value); }}},
+        {{"--remove", &options.remove}, {"--dry-run", &options.dryRun}});
     if (options.package.empty()) throw std::runtime_error("Package directory required");
     options.package = absoluteform(options.package);
     return options;

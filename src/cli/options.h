@@ -1,6 +1,17 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+
+// What a program does with the value of an option, and what an option without one sets.
+using Valued = std::map<std::string, std::function<void(const char*)>>;
+using Flags = std::map<std::string, bool*>;
+
+// Takes main's two arguments and the options of a program, and takes the arguments from left to
+// right. Fails with "Unknown option: " and the argument, or as what is done with a value does.
+void takeoptions(int argc, char** argv, const Valued& valued, const Flags& flags);
 
 // The command line of a run.
 struct RunOptions {
@@ -11,6 +22,6 @@ struct RunOptions {
 };
 
 // Takes main's two arguments and gives the options in them.
-// Fails with "Unknown option: " and the argument, with "Package directory required", or in the
-// library's words when a relative value meets a working directory that cannot be determined.
+// Fails like `takeoptions`, with "Package directory required", or in the library's words when a
+// relative value meets a working directory that cannot be determined.
 RunOptions scan(int argc, char** argv);

@@ -30,9 +30,7 @@ void run(int argc, char** argv) {
     safe(support);
     const std::string format = oneformat(bundles);
     const std::filesystem::path receiptPath = receiptpath(support, product, format);
-    safe(receiptPath);
-    const Manifest receiptManifest =
-        std::filesystem::exists(receiptPath) ? read(receiptPath) : Manifest();
+    const Manifest receiptManifest = stands(receiptPath) ? read(receiptPath) : Manifest();
     const CapturedTrees captured = preflight(package, testRoot, manifest, bundles, receiptManifest);
 
     if (dryRun) {

@@ -17,8 +17,7 @@ CapturedTrees preflight(const std::filesystem::path& package, const std::filesys
         if (tree(package / "payload" / key) != expected)
             throw std::runtime_error("Package checksum mismatch: " + key);
         const std::filesystem::path destination = target(testRoot, key);
-        safe(destination);
-        if (!std::filesystem::exists(destination)) continue;
+        if (!stands(destination)) continue;
         Manifest found = tree(destination);
         if (found != expected && found != sub(receiptManifest, key))
             throw std::runtime_error("Unknown or modified plugin preserved: " +

@@ -12,6 +12,15 @@ static constexpr std::array<std::string_view, 6> names = {
     "MarbrelHDAU.component", "MarbrelLowCPUAU.component", "QuellotroneAU.component",
 };
 
+void checkproduct(const std::string& product) {
+    if (product != "Marbrel" && product != "Quellotrone")
+        throw std::runtime_error("Unknown product");
+}
+
+void checkformat(const std::string& format) {
+    if (format != "VST3" && format != "Components") throw std::runtime_error("Unexpected format");
+}
+
 std::set<BundleKey> bundlesof(const Manifest& manifest) {
     std::set<BundleKey> bundles;
     for (const auto& [key, digest] : manifest) {
@@ -21,8 +30,7 @@ std::set<BundleKey> bundlesof(const Manifest& manifest) {
         // A run of separators counts as one.
         const std::size_t begin = std::min(key.find_first_not_of('/', slash), key.size());
         const std::string name = key.substr(begin, key.find('/', begin) - begin);
-        if (format != "VST3" && format != "Components")
-            throw std::runtime_error("Unexpected format");
+        checkformat(format);
         if (std::find(names.begin(), names.end(), name) == names.end())
             throw std::runtime_error("Unexpected bundle identity");
         if ((format == "VST3") != name.ends_with(".vst3"))
@@ -39,8 +47,7 @@ std::string productof(const std::filesystem::path& package) {
     closefile(descriptor);
     const std::string text(block.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
     const std::string product = text.substr(0, text.find('\n'));
-    if (product != "Marbrel" && product != "Quellotrone")
-        throw std::runtime_error("Unknown product");
+    checkproduct(product);
     return product;
 }
 
@@ -55,4 +62,13 @@ std::string oneformat(const std::set<BundleKey>& bundles) {
     for (const BundleKey& key : bundles) formats.insert(key.substr(0, key.find('/')));
     if (formats.size() != 1) throw std::runtime_error("Use one format per package");
     return *formats.begin();
+}
+
+std::set<BundleKey> knownbundles(const std::string& product, const std::string& format) {
+    std::set<BundleKey> bundles;
+    for (const std::string_view name : names)
+        if (name.ends_with(".vst3") == (format == "VST3") &&
+            (name.find("Marbrel") != std::string_view::npos) == (product == "Marbrel"))
+            bundles.insert(format + '/' + std::string(name));
+    return bundles;
 }

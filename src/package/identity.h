@@ -15,6 +15,11 @@ using BundleKey = std::string;
 // "Format mismatch", for the first entry in key order that breaks a rule.
 std::set<BundleKey> bundlesof(const Manifest& manifest);
 
+// Take the name of a product, or of a format, and return if the system knows it.
+// Fail with "Unknown product" and "Unexpected format".
+void checkproduct(const std::string& product);
+void checkformat(const std::string& format);
+
 // Takes the package directory and gives its product, the first line of PRODUCT.txt.
 // Fails with "Unknown product".
 std::string productof(const std::filesystem::path& package);
@@ -26,3 +31,6 @@ void oneproduct(const std::set<BundleKey>& bundles, const std::string& product);
 // Takes the package's bundles and gives their one format, "VST3" or "Components".
 // Fails with "Use one format per package".
 std::string oneformat(const std::set<BundleKey>& bundles);
+
+// Takes a product and a format and gives every bundle of them that the system knows.
+std::set<BundleKey> knownbundles(const std::string& product, const std::string& format);

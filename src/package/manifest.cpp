@@ -55,6 +55,14 @@ Manifest read(const std::filesystem::path& file) {
     return manifest;
 }
 
+Manifest ifwhole(Manifest reader(const std::filesystem::path&), const std::filesystem::path& path) {
+    try {
+        return reader(path);
+    } catch (const std::runtime_error&) {
+        return {};
+    }
+}
+
 std::string aslines(const Manifest& manifest) {
     std::string lines;
     for (const auto& [key, digest] : manifest) lines.append(digest + "  " + key + '\n');

@@ -16,6 +16,10 @@ using Manifest = std::map<std::string, std::string>;
 // "Empty manifest".
 Manifest read(const std::filesystem::path& file);
 
+// Takes a reader of a manifest, such as `read`, and the path to read. Gives the manifest, or an
+// empty one when the reader fails.
+Manifest ifwhole(Manifest reader(const std::filesystem::path&), const std::filesystem::path& path);
+
 // Takes a manifest and gives the file content that `read` takes back: one line for each entry,
 // in order.
 std::string aslines(const Manifest& manifest);

@@ -12,3 +12,8 @@ void safe(const std::filesystem::path& path) {
         current = parent;
     }
 }
+
+bool stands(const std::filesystem::path& path) {
+    safe(path);
+    return std::filesystem::exists(path);
+}

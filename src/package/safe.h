@@ -7,3 +7,7 @@
 // Fails with "Symlink path refused: " and the deepest part that is a link, or in the library's
 // words when a status cannot be taken.
 void safe(const std::filesystem::path& path);
+
+// Takes a path and gives whether something stands there. Fails like `safe`, or in the library's
+// words when the status cannot be taken.
+bool stands(const std::filesystem::path& path);

@@ -1,7 +1,11 @@
 #include "platform/file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
 
 int openread(const std::filesystem::path& file) {
     return ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
@@ -30,4 +34,17 @@ bool writeall(int descriptor, std::string_view text) {
 
 bool closefile(int descriptor) {
     return ::close(descriptor) == 0;
+}
+
+void samefilesystem(const std::filesystem::path& path, const std::filesystem::path& directory) {
+    struct stat one;
+    struct stat other;
+    int reason = EXDEV;
+    if (::stat(path.c_str(), &one) != 0 || ::stat(directory.c_str(), &other) != 0) {
+        reason = errno;
+    } else if (one.st_dev == other.st_dev) {
+        return;
+    }
+    throw std::filesystem::filesystem_error("cannot rename", path, directory,
+                                            std::error_code(reason, std::generic_category()));
 }

@@ -32,3 +32,7 @@ bool writeall(int descriptor, std::string_view text);
 
 // Takes a descriptor and closes it. Gives whether that worked.
 bool closefile(int descriptor);
+
+// Takes two paths and returns if both lie on one file system, so that the first can be renamed into
+// the second, a directory. Fails in the library's words.
+void samefilesystem(const std::filesystem::path& path, const std::filesystem::path& directory);

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "install/preflight.h"
 
@@ -10,6 +11,12 @@
 // gives the path of the latter.
 // Fails with "Backup transaction already exists", like `safe`, or in the library's words.
 std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product);
+
+// Takes the support directory, a product and a format, and gives the transaction directories that
+// hold something of them, newest first. Fails like `safe`, or in the library's words.
+std::vector<std::filesystem::path> transactions(const std::filesystem::path& support,
+                                                const std::string& product,
+                                                const std::string& format);
 
 // Takes the test root, what preflight captured and the transaction directory. Copies each captured
 // bundle from its destination into the transaction directory, and proves the copy.

@@ -6,13 +6,12 @@
 #include "install/locations.h"
 #include "install/unloaded.h"
 #include "package/tree.h"
+#include "transaction/move.h"
 
-// Renames a bundle and records its key. The key is copied beforehand, so that nothing can fail
-// between the two.
-static void moveto(const std::filesystem::path& from, const std::filesystem::path& to,
-                   BundleKey key, std::vector<BundleKey>& record) {
-    std::filesystem::create_directories(to.parent_path());
-    std::filesystem::rename(from, to);
+// The key is copied beforehand, so that nothing can fail between the rename and its record.
+static void moveandrecord(const std::filesystem::path& from, const std::filesystem::path& to,
+                          BundleKey key, std::vector<BundleKey>& record) {
+    moveto(from, to);
     record.push_back(std::move(key));
 }
 
@@ -26,12 +25,12 @@ void commit(const std::filesystem::path& testRoot, bool remove, const Manifest& 
         if (const auto found = captured.find(key); found != captured.end()) {
             if (tree(dest) != found->second)
                 throw std::runtime_error("Plugin changed during transaction");
-            moveto(dest, tx / "original" / key, key, moved);
+            moveandrecord(dest, tx / "original" / key, key, moved);
         } else if (std::filesystem::exists(dest)) {
             throw std::runtime_error("New destination appeared");
         }
         if (remove) continue;
-        moveto(tx / "staged" / key, dest, key, installed);
+        moveandrecord(tx / "staged" / key, dest, key, installed);
         if (tree(dest) != sub(manifest, key))
             throw std::runtime_error("Installed readback mismatch");
     }

@@ -12,8 +12,7 @@ static void moveaway(const std::filesystem::path& receiptPath, const std::filesy
 void writereceipt(const Manifest& manifest, const std::filesystem::path& receiptPath,
                   const std::filesystem::path& tx) {
     const std::filesystem::path temporary = receiptPath.string() + ".tmp";
-    safe(temporary);
-    if (std::filesystem::exists(temporary))
+    if (stands(temporary))
         throw std::runtime_error("Stale transaction receipt preserved; contact support");
     const std::string lines = aslines(manifest);
     const int descriptor = opennew(temporary);

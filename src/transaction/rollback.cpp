@@ -1,15 +1,13 @@
 #include "transaction/rollback.h"
 
 #include "install/locations.h"
+#include "transaction/move.h"
 
 void rollback(const std::filesystem::path& testRoot, const std::filesystem::path& receiptPath,
               const std::filesystem::path& tx, const std::vector<BundleKey>& moved,
               const std::vector<BundleKey>& installed) {
-    for (auto key = installed.rbegin(); key != installed.rend(); ++key) {
-        const std::filesystem::path failed = tx / "failed" / *key;
-        std::filesystem::create_directories(failed.parent_path());
-        std::filesystem::rename(target(testRoot, *key), failed);
-    }
+    for (auto key = installed.rbegin(); key != installed.rend(); ++key)
+        moveto(target(testRoot, *key), tx / "failed" / *key);
     for (auto key = moved.rbegin(); key != moved.rend(); ++key)
         std::filesystem::rename(tx / "original" / *key, target(testRoot, *key));
     const std::filesystem::path previous = tx / "previous-receipt.sha256";

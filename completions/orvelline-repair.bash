@@ -1,0 +1,16 @@
+# shellcheck shell=bash
+# Completes the command line of orvelline-repair in bash, from 3.2 on.
+_orvelline_repair() {
+    local word=${COMP_WORDS[COMP_CWORD]} kind found
+    case ${COMP_WORDS[COMP_CWORD - 1]} in
+    --test-root) kind=(-d) ;;
+    --product) kind=(-W 'Marbrel Quellotrone') ;;
+    --format) kind=(-W 'VST3 Components') ;;
+    *) kind=(-W '--test-root --product --format --back') ;;
+    esac
+    COMPREPLY=()
+    while IFS= read -r found; do
+        COMPREPLY+=("$found")
+    done < <(compgen "${kind[@]}" -- "$word")
+}
+complete -o filenames -F _orvelline_repair orvelline-repair
