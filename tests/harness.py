@@ -2,6 +2,7 @@
 
 import hashlib
 import os
+import re
 import shutil
 import stat
 import subprocess
@@ -16,6 +17,10 @@ READY = (0, "READY: verified package; no files changed\n", "")
 INSTALLED, REMOVED = "INSTALLED; rollback backup: ", "REMOVED to backup: "
 LIBRARY = "filesystem error"
 LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
+
+# The bundles that the installer knows.
+NAMES = re.findall(r'"([A-Za-z]+\.(?:vst3|component))"',
+                   (ROOT / "src/package/identity.cpp").read_text())
 
 
 def failed(message):
@@ -60,6 +65,15 @@ def write(file, content):
     file.parent.mkdir(parents=True, exist_ok=True)
     file.write_text(content, errors="surrogateescape", newline="")
     return file
+
+
+def blocks(document):
+    """The shell commands of a document: pairs of the heading above and the fenced sh block."""
+    pairs, heading, text = [], "", (ROOT / document).read_text()
+    for title, code in re.findall(r"^#+ ([^\n]*)$|^```sh\n(.*?)\n```$", text, re.M | re.S):
+        pairs += [(heading, code)] if code else []
+        heading = title or heading
+    return pairs
 
 
 class Studio:

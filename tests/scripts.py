@@ -1,13 +1,14 @@
 """What the tests that are scripts share."""
 
 import os
-import re
 import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
 sys.dont_write_bytecode = True
+from harness import blocks  # noqa: E402, F401
+
 ROOT = Path(__file__).resolve().parent.parent
 INSTALLER = os.environ.get("INSTALLER", str(ROOT / "build/release/orvelline-installer"))
 UNDER_TEST = os.environ.get("UNDER_TEST", str(ROOT / "build/release/tests/installer-under-test"))
@@ -16,22 +17,6 @@ UNDER_TEST = os.environ.get("UNDER_TEST", str(ROOT / "build/release/tests/instal
 def scratch():
     """A temporary directory on a path without links, for a with statement."""
     return tempfile.TemporaryDirectory(dir=os.path.realpath(tempfile.gettempdir()))
-
-
-def blocks(document):
-    """The shell commands of a document: pairs of the heading above and the fenced sh block."""
-    pairs, heading, code = [], "", None
-    for line in (ROOT / document).read_text().splitlines():
-        if code is not None and line == "```":
-            pairs.append((heading, "\n".join(code)))
-            code = None
-        elif code is not None:
-            code.append(line)
-        elif line == "```sh":
-            code = []
-        elif match := re.match(r"#+ (.*)", line):
-            heading = match[1]
-    return pairs
 
 
 def sh(code, cwd, **environment):
