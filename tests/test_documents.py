@@ -88,7 +88,7 @@ def test_messages_are_those_that_the_sources_raise_or_print():
 def options(program):
     """The options of a program, each with whether it takes a value."""
     code = "".join(path.read_text() for path in (ROOT / "src" / PROGRAMS[program]).glob("*.cpp"))
-    found = re.findall(r'argument == "(--[a-z-]+)"( && valued)?', code)
+    found = re.findall(r'\{"(--[a-z-]+)", (\[&\])?', code)
     return {name: bool(value) for name, value in found}
 
 
