@@ -2,14 +2,16 @@
 include(GNUInstallDirs)
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)  # the tests need not be built for it
 
-install(TARGETS orvelline-installer DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES man/orvelline-installer.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES completions/orvelline-installer.bash RENAME orvelline-installer
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-install(FILES completions/_orvelline-installer
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+set(programs orvelline-installer)
+install(TARGETS ${programs} DESTINATION ${CMAKE_INSTALL_BINDIR})
+foreach(program ${programs})
+  install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES completions/${program}.bash RENAME ${program}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES completions/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+endforeach()
 # As they stand here, since they link to each other.
-install(FILES README.md ARCHITECTURE.md CONTRIBUTING.md SECURITY.md
+install(FILES README.md ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md SECURITY.md copyright
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY examples/fleet DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

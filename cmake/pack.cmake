@@ -13,8 +13,8 @@ if(NOT CPACK_GENERATOR STREQUAL "DEB")
 endif()
 set(usr ${CPACK_TEMPORARY_DIRECTORY}/usr)
 
-execute_process(COMMAND gzip -9n ${usr}/share/man/man1/orvelline-installer.1
-  COMMAND_ERROR_IS_FATAL ANY)
+file(GLOB manuals ${usr}/share/man/man1/*.1)
+execute_process(COMMAND gzip -9n ${manuals} COMMAND_ERROR_IS_FATAL ANY)
 file(RENAME ${usr}/share/zsh/site-functions ${usr}/share/zsh/vendor-completions)
 
 # The program runs /usr/sbin/lsof; Debian's package lsof has /usr/bin/lsof alone. The link is a file
