@@ -2,7 +2,7 @@
 include(GNUInstallDirs)
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)  # the tests need not be built for it
 
-set(programs orvelline-installer)
+set(programs orvelline-installer orvelline-repair)
 install(TARGETS ${programs} DESTINATION ${CMAKE_INSTALL_BINDIR})
 foreach(program ${programs})
   install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

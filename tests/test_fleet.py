@@ -24,6 +24,7 @@ def play(studio, code):
     return {name: (int(changed), int(bad)) for name, changed, bad in recap}, told
 
 
+@pytest.mark.long
 def test_fleet(studio):
     shutil.copytree(ROOT / "examples", studio.place / "examples")
     for name in "installer", "repair":

@@ -1,0 +1,95 @@
+"""What orvelline-repair tells, refuses and brings back, beyond what the sweep of killed runs tries."""
+
+import pytest
+from harness import HD, LOADED, LOW, RECEIPT, disk, failed, files
+
+PLACE = ["--product", "Marbrel", "--format", "VST3"]
+AU = "Components/MarbrelHDAU.component"
+WORDS = f"""t=$(echo r/support/Backups/*); t=${{t##* }} HD=r/plugins/{HD} receipt=r/support/{RECEIPT}
+original=$t/original/{HD} backup=$t/verified-backup/{HD}; """
+
+
+def repair(studio, *options):
+    return studio.tool("--test-root", "r", *options, program="repair")
+
+
+@pytest.fixture
+def upgraded(studio):
+    """A studio where package 2 has taken the place of 1."""
+    for version in 1, 2:
+        studio.package(str(version), files(version))
+        studio.done(str(version))
+    return studio
+
+
+def trees(studio):
+    """What a run can move: the bundles and the receipts in place."""
+    return disk(studio.plugins), {path.name: path.read_bytes()
+                                  for path in studio.support.glob("*.sha256*")}
+
+
+@pytest.mark.parametrize("options, message", [
+    (["--verbose"], "Unknown option: --verbose"),
+    (["--product"], "Unknown option: --product"),
+    (["--back"], "Product and format required"),
+    (["--product", "Marbrel"], "Product and format required"),
+    (["--format", "VST3", "--back"], "Product and format required"),
+    (["--product", "marbrel", "--format", "VST3"], "Unknown product"),
+    (["--product", "Marbrel", "--format", "AU"], "Unexpected format"),
+])
+def test_command_line(studio, options, message):
+    assert repair(studio, *options) == failed(message)
+
+
+@pytest.mark.parametrize("change, message", [
+    ("mv $HD x; ln -s ../../../x $HD", f"Symlink path refused: {{}}/r/plugins/{HD}"),
+    ("mv $original x; ln -s ../x $original", "Symlink path refused: {}/r/support/Backups/"),
+    ("printf '#!/bin/sh\\nexit 0\\n' >lsof", LOADED),
+    (f"mkdir -p $t/repaired/{HD}/x", "New destination appeared"),
+    (f"mkdir $t/repaired; echo >$t/repaired/{RECEIPT}", "New destination appeared"),
+    ("echo >$t/repaired", "filesystem error"),
+    ("echo x >$original/b; rm $t/previous-receipt.sha256", "Backup verification failed; {}/"),
+    ("echo x >$backup/b", "Backup verification failed; {}/"),
+])
+def test_refusals(upgraded, change, message):
+    assert upgraded.sh(WORDS + change)[0] == 0
+    before = disk(upgraded.place / "r")
+    status, out, err = repair(upgraded, *PLACE, "--back")
+    assert (status, out) == (3, "") and err.startswith(message.format(upgraded.place)), err
+    assert before.items() <= disk(upgraded.place / "r").items()
+
+
+@pytest.mark.parametrize("damage", ["echo x >$original/b", "rm -r $original/b", "rm $original/*/a"])
+def test_a_proved_backup_takes_the_place_of_a_damaged_original(upgraded, damage):
+    assert upgraded.sh(WORDS + damage)[0] == 0
+    assert repair(upgraded, *PLACE, "--back")[0] == 0
+    assert disk(upgraded.plugins) == disk(upgraded.place / "1/payload")
+    assert repair(upgraded, *PLACE, "--back")[0] == 0
+    assert trees(upgraded) == ({"VST3": "directory"}, {})
+
+
+def test_states_of_a_finished_run(upgraded):
+    assert upgraded.sh(f"echo >r/plugins/{LOW}/.DS_Store; rm -r r/plugins/{HD}")[0] == 0
+    status, out, _ = repair(upgraded)
+    assert status == 0 and "interrupted" not in out and "Components" not in out
+    for line in f"{HD} in place: absent", f"{LOW} in place: changed since", "receipt in place: new":
+        assert f"\n  {line}\n" in out, out
+    assert out.count("/original/VST3/") == 2 and out.endswith("\nNothing needs to be done\n")
+
+
+def test_each_step_back_leaves_others_alone(upgraded):
+    # A bundle that somebody put there, another format, and a package without the second bundle.
+    upgraded.package("3", files(3, HD))
+    upgraded.package("au", files(1, AU))
+    states = [trees(upgraded)]
+    for package, options in ("3", []), ("3", ["--remove"]):
+        upgraded.done(package, *options)
+        states.append(trees(upgraded))
+    upgraded.done("au")
+    others = disk(upgraded.plugins / "Components")
+    for bundles, receipts in reversed(states[:-1]):
+        assert repair(upgraded, *PLACE, "--back")[0] == 0
+        assert disk(upgraded.plugins / "VST3") == {
+            path[5:]: entry for path, entry in bundles.items() if path != "VST3"}
+        assert trees(upgraded)[1].items() >= receipts.items()
+    assert disk(upgraded.plugins / "Components") == others
