@@ -26,7 +26,8 @@ def read(name):
 def broken(root):
     """The links in the documents of a directory that lead nowhere, or out of it."""
     for document in root.rglob("*.md"):
-        for path, heading in re.findall(r"\]\(([^)#]*)#?([^)]*)\)", document.read_text()):
+        for path, heading in re.findall(r"\]\((?!http)([^)#]*)#?([^)]*)\)",
+                                        document.read_text()):
             target = (document.parent / path).resolve() if path else document
             titles = re.findall("^#+ (.*)", target.read_text(), re.M) if target.is_file() else []
             if not target.exists() or root not in target.parents or heading not in [
