@@ -7,7 +7,7 @@
 
 #include "platform/file.h"
 
-static constexpr std::array<std::string_view, 6> names = {
+static constexpr std::array<std::string_view, 6> bundlenames = {
     "MarbrelHD.vst3",        "MarbrelLowCPU.vst3",        "Quellotrone.vst3",
     "MarbrelHDAU.component", "MarbrelLowCPUAU.component", "QuellotroneAU.component",
 };
@@ -31,7 +31,7 @@ std::set<BundleKey> bundlesof(const Manifest& manifest) {
         const std::size_t begin = std::min(key.find_first_not_of('/', slash), key.size());
         const std::string name = key.substr(begin, key.find('/', begin) - begin);
         checkformat(format);
-        if (std::find(names.begin(), names.end(), name) == names.end())
+        if (std::find(bundlenames.begin(), bundlenames.end(), name) == bundlenames.end())
             throw std::runtime_error("Unexpected bundle identity");
         if ((format == "VST3") != name.ends_with(".vst3"))
             throw std::runtime_error("Format mismatch");
@@ -66,7 +66,7 @@ std::string oneformat(const std::set<BundleKey>& bundles) {
 
 std::set<BundleKey> knownbundles(const std::string& product, const std::string& format) {
     std::set<BundleKey> bundles;
-    for (const std::string_view name : names)
+    for (const std::string_view name : bundlenames)
         if (name.ends_with(".vst3") == (format == "VST3") &&
             (name.find("Marbrel") != std::string_view::npos) == (product == "Marbrel"))
             bundles.insert(format + '/' + std::string(name));
