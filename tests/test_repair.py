@@ -1,11 +1,11 @@
-"""What orvelline-repair tells, refuses and brings back, beyond what the sweep of killed runs tries."""
+"""What orvelline-repair tells, refuses and brings back, besides the sweep of killed runs."""
 
 import pytest
 from harness import HD, LOADED, LOW, RECEIPT, disk, failed, files
 
 PLACE = ["--product", "Marbrel", "--format", "VST3"]
 AU = "Components/MarbrelHDAU.component"
-WORDS = f"""t=$(echo r/support/Backups/*); t=${{t##* }} HD=r/plugins/{HD} receipt=r/support/{RECEIPT}
+WORDS = f"""t=$(echo r/support/Backups/*); t=${{t##* }} HD=r/plugins/{HD}
 original=$t/original/{HD} backup=$t/verified-backup/{HD}; """
 
 

@@ -11,7 +11,8 @@ pytestmark = pytest.mark.once
 REPAIR = ["--test-root", "r", "--product", "Marbrel", "--format", "VST3"]
 CHANGES = "mkdir|rename|write|sendfile|copy_file_range|fchmod|open.* creates"
 # What a run does, and whether the old package is installed before it.
-RUNS = {"install": (["new"], False), "upgrade": (["new"], True), "removal": (["old", "--remove"], True)}
+RUNS = {"install": (["new"], False), "upgrade": (["new"], True),
+        "removal": (["old", "--remove"], True)}
 
 
 def entries(root):

@@ -15,8 +15,8 @@ void unloaded(const std::filesystem::path& bundle) {
         if (entry.type != file_type::regular &&
             (entry.type != file_type::symlink || !std::filesystem::is_regular_file(entry.path)))
             return;
-        if (entry.path.parent_path().filename() != "MacOS") return;
-        const ChildEnd end = runchild(lsof(), {"-n", entry.path.string()});
+        if (std::filesystem::path(entry.path).parent_path().filename() != "MacOS") return;
+        const ChildEnd end = runchild(lsof(), {"-n", entry.path});
         if (!end.started) throw std::runtime_error("Load check unavailable");
         if (end.status != 1 || end.errorbytes != 0)
             throw std::runtime_error(

@@ -46,7 +46,7 @@ std::string productof(const std::filesystem::path& package) {
     const long got = readblock(descriptor, block.data(), block.size());
     closefile(descriptor);
     const std::string text(block.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
-    const std::string product = text.substr(0, text.find('\n'));
+    std::string product = text.substr(0, text.find('\n'));
     checkproduct(product);
     return product;
 }

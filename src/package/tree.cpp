@@ -24,7 +24,7 @@ static std::string hexadecimal(const unsigned char* bytes, std::size_t size) {
 
 static std::string digest(const Entry& entry, Block& block) {
     const int descriptor = openread(entry.directory, entry.name.c_str());
-    if (descriptor < 0) throw std::runtime_error("Cannot read " + entry.path.string());
+    if (descriptor < 0) throw std::runtime_error("Cannot read " + entry.path);
     CC_SHA256_CTX context;
     CC_SHA256_Init(&context);
     long got;
@@ -53,7 +53,7 @@ Manifest tree(const std::filesystem::path& root) {
     walk(root, false, [&](const Entry& entry) {
         if (entry.type == file_type::symlink) throw std::runtime_error("Symlink member refused");
         if (entry.type == file_type::regular)
-            manifest[entry.path.native().substr(cut)] = digest(entry, block);
+            manifest[entry.path.substr(cut)] = digest(entry, block);
     });
     if (manifest.empty()) throw std::runtime_error("Empty bundle refused");
     return manifest;

@@ -46,7 +46,7 @@ static std::vector<std::string> listing(DIR* stream, const std::filesystem::path
 }
 
 // Asked afresh: the type in the listing hides a status that cannot be taken.
-static Entry ask(int directory, const std::string& name, const std::filesystem::path& path) {
+static Entry ask(int directory, const std::string& name, const std::string& path) {
     struct stat status;
     Entry entry = {directory, name, path, file_type::not_found, 0};
     if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -61,15 +61,16 @@ static Entry ask(int directory, const std::string& name, const std::filesystem::
     return entry;
 }
 
-static void descend(DIR* stream, const std::filesystem::path& path,
+// Paths are put together as text: the library's own type would take each apart again.
+static void descend(DIR* stream, const std::string& path,
                     const std::function<void(const Entry&)>& visit) {
     for (const std::string& name : listing(stream, path)) {
-        const std::filesystem::path below = path / name;
+        const std::string below = path + name;
         const Entry entry = ask(::dirfd(stream), name, below);
         visit(entry);
         if (entry.type == file_type::directory)
-            descend(opendirectory(entry.directory, name.c_str(), O_NOFOLLOW, below).get(), below,
-                    visit);
+            descend(opendirectory(entry.directory, name.c_str(), O_NOFOLLOW, below).get(),
+                    below + '/', visit);
     }
 }
 
@@ -80,7 +81,7 @@ std::vector<std::string> names(const std::filesystem::path& directory) {
 void walk(const std::filesystem::path& root, bool linked,
           const std::function<void(const Entry&)>& visit) {
     const int more = linked ? 0 : O_NOFOLLOW;
-    descend(opendirectory(AT_FDCWD, root.c_str(), more, root).get(), root, visit);
+    descend(opendirectory(AT_FDCWD, root.c_str(), more, root).get(), (root / "").native(), visit);
 }
 
 std::filesystem::file_time_type oldest(const std::filesystem::path& path) {

@@ -11,11 +11,11 @@
 
 // What a walk comes across. The type is that of a link itself.
 struct Entry {
-    int directory;                      // the open directory that holds it
-    const std::string& name;            // its name there
-    const std::filesystem::path& path;  // the walk's root, one separator and the path below it
-    std::filesystem::file_type type;    // regular, directory, symlink, not_found or unknown
-    std::uintmax_t size;                // bytes of a regular file
+    int directory;                    // the open directory that holds it
+    const std::string& name;          // its name there
+    const std::string& path;          // the walk's root, one separator and the path below it
+    std::filesystem::file_type type;  // regular, directory, symlink, not_found or unknown
+    std::uintmax_t size;              // bytes of a regular file
 };
 
 // Takes a directory and gives the names in it, in the system's order, without "." and "..".

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 // vouches for the backup, that is the backup, or what a repair that was killed has put in place.
 static fs::path proved(const fs::path& tx, const BundleKey& key, const fs::path& dest,
                        const Manifest& vouched) {
-    const fs::path original = tx / "original" / key;
+    fs::path original = tx / "original" / key;
     const fs::path backup = tx / "verified-backup" / key;
     const Manifest content = ifwhole(tree, original);
     if (!content.empty() && content == ifwhole(tree, backup)) return original;

@@ -46,6 +46,7 @@ std::vector<std::filesystem::path> transactions(const std::filesystem::path& sup
             if (long long ticks = 0; ticksof(name, product, ticks) && holds(backups / name, format))
                 sorted.emplace(-ticks, backups / name);
     std::vector<std::filesystem::path> newest;
+    newest.reserve(sorted.size());
     for (const auto& [order, tx] : sorted) newest.push_back(tx);
     return newest;
 }
