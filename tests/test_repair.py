@@ -47,7 +47,7 @@ def test_command_line(studio, options, message):
     ("printf '#!/bin/sh\\nexit 0\\n' >lsof", LOADED),
     (f"mkdir -p $t/repaired/{HD}/x", "New destination appeared"),
     (f"mkdir $t/repaired; echo >$t/repaired/{RECEIPT}", "New destination appeared"),
-    ("echo >$t/repaired", "filesystem error"),
+    ("echo >$t/repaired", "New destination appeared"),
     ("echo x >$original/b; rm $t/previous-receipt.sha256", "Backup verification failed; {}/"),
     ("echo x >$backup/b", "Backup verification failed; {}/"),
 ])
@@ -56,10 +56,10 @@ def test_refusals(upgraded, change, message):
     before = disk(upgraded.place / "r")
     status, out, err = repair(upgraded, *PLACE, "--back")
     assert (status, out) == (3, "") and err.startswith(message.format(upgraded.place)), err
-    assert before.items() <= disk(upgraded.place / "r").items()
+    assert disk(upgraded.place / "r") == before
 
 
-@pytest.mark.parametrize("damage", ["echo x >$original/b", "rm -r $original/b", "rm $original/*/a"])
+@pytest.mark.parametrize("damage", ["echo x >$original/b", "rm -r $original", "rm -r $t/original"])
 def test_a_proved_backup_takes_the_place_of_a_damaged_original(upgraded, damage):
     assert upgraded.sh(WORDS + damage)[0] == 0
     assert repair(upgraded, *PLACE, "--back")[0] == 0
@@ -78,12 +78,13 @@ def test_states_of_a_finished_run(upgraded):
 
 
 def test_each_step_back_leaves_others_alone(upgraded):
-    # A bundle that somebody put there, another format, and a package without the second bundle.
+    # Another format, and a package without the second bundle, which somebody writes to.
     upgraded.package("3", files(3, HD))
     upgraded.package("au", files(1, AU))
     states = [trees(upgraded)]
     for package, options in ("3", []), ("3", ["--remove"]):
         upgraded.done(package, *options)
+        upgraded.sh(f"cp -r r/plugins/{LOW} x; rm -r r/plugins/{LOW}; mv x r/plugins/{LOW}")
         states.append(trees(upgraded))
     upgraded.done("au")
     others = disk(upgraded.plugins / "Components")

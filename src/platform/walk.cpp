@@ -7,20 +7,20 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <memory>
 #include <system_error>
 
 using std::filesystem::file_type;
 using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
 
-[[noreturn]] static void fail(const char* action, const std::filesystem::path& path) {
+[[noreturn]] static void fail(const char* action, const std::string& path) {
     throw std::filesystem::filesystem_error(action, path,
                                             std::error_code(errno, std::generic_category()));
 }
 
 // `more` are flags of the opening.
-static Stream opendirectory(int parent, const char* name, int more,
-                            const std::filesystem::path& path) {
+static Stream opendirectory(int parent, const char* name, int more, const std::string& path) {
     const int descriptor = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | more);
     if (descriptor < 0) fail("cannot open directory", path);
     Stream stream(::fdopendir(descriptor), ::closedir);
@@ -33,7 +33,7 @@ static Stream opendirectory(int parent, const char* name, int more,
     return stream;
 }
 
-static std::vector<std::string> listing(DIR* stream, const std::filesystem::path& path) {
+static std::vector<std::string> listing(DIR* stream, const std::string& path) {
     std::vector<std::string> found;
     errno = 0;
     while (const dirent* entry = ::readdir(stream)) {
@@ -50,7 +50,7 @@ static Entry ask(int directory, const std::string& name, const std::string& path
     struct stat status;
     Entry entry = {directory, name, path, file_type::not_found, 0};
     if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        if (errno != ENOENT) fail("cannot take status", path);
+        if (errno != ENOENT && errno != ENOTDIR) fail("cannot take status", path);
         return entry;
     }
     entry.size = static_cast<std::uintmax_t>(status.st_size);
@@ -66,6 +66,9 @@ static void descend(DIR* stream, const std::string& path,
                     const std::function<void(const Entry&)>& visit) {
     for (const std::string& name : listing(stream, path)) {
         const std::string below = path + name;
+        // Who takes the path later would fail; and it bounds the depth.
+        errno = ENAMETOOLONG;
+        if (below.size() >= PATH_MAX) fail("cannot take status", below);
         const Entry entry = ask(::dirfd(stream), name, below);
         visit(entry);
         if (entry.type == file_type::directory)

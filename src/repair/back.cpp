@@ -27,7 +27,7 @@ static fs::path proved(const fs::path& tx, const BundleKey& key, const fs::path&
                                   : " and the backup differ"));
 }
 
-// What is in place goes aside, then the bundles come back, then the receipt.
+// What is in place goes aside, a .tmp file too, then the bundles come back, then the receipt.
 static std::vector<Move> plan(const History& history, const Transaction& last) {
     const fs::path repaired = last.directory / "repaired";
     const bool receiptmoved = last.newReceipt || !last.oldReceipt.empty();
@@ -37,15 +37,18 @@ static std::vector<Move> plan(const History& history, const Transaction& last) {
     for (const BundleKey& key : last.moved) {
         const fs::path dest = target(history.testRoot, key);
         const fs::path original = last.directory / "original" / key;
-        const bool left = stands(original);
+        const bool left = stands(original) || stands(last.directory / "verified-backup" / key);
         const fs::path source = left ? proved(last.directory, key, dest, sub(old, key)) : "";
         unloaded(dest);
         if (source != dest && stands(dest)) moves.push_back({dest, repaired / key, {}});
         if (source != dest && left) home.push_back({source, dest, tree(source)});
-        if (source != original && left) home.push_back({original, repaired / "original" / key, {}});
+        if (source != original && stands(original))
+            home.push_back({original, repaired / "original" / key, {}});
     }
     if (receiptmoved && stands(history.receipt))
         moves.push_back({history.receipt, repaired / history.receipt.filename(), {}});
+    if (stands(history.temporary))
+        moves.push_back({history.temporary, repaired / history.temporary.filename(), {}});
     moves.insert(moves.end(), home.begin(), home.end());
     if (!last.oldReceipt.empty()) moves.push_back({last.oldReceipt, history.receipt, {}});
     return moves;
@@ -53,17 +56,16 @@ static std::vector<Move> plan(const History& history, const Transaction& last) {
 
 void goback(const History& history) {
     const bool stale = stands(history.temporary);
-    const bool whole = history.last && (history.last->interrupted || !stale);
-    if (stale && !history.last && history.passed.empty())
-        throw std::runtime_error("Stale transaction receipt preserved; contact support");
     std::vector<Move> moves;
-    if (stale) {
+    if (history.last && (history.last->interrupted || !stale)) {
+        moves = plan(history, *history.last);
+    } else if (stale) {
+        if (!history.last && history.passed.empty())
+            throw std::runtime_error("Stale transaction receipt preserved; contact support");
         const fs::path& tx =
-            whole || history.passed.empty() ? history.last->directory : history.passed.front();
-        moves.push_back({history.temporary, tx / "repaired" / history.temporary.filename(), {}});
+            history.passed.empty() ? history.last->directory : history.passed.front();
+        moves = {{history.temporary, tx / "repaired" / history.temporary.filename(), {}}};
     }
-    if (whole)
-        for (const Move& move : plan(history, *history.last)) moves.push_back(move);
     holdends();
     moveall(moves);
 }

@@ -17,30 +17,38 @@ static bool wrote(const fs::path& tx, const fs::path& path) {
 
 // Gives nothing for a transaction that changed nothing, or nothing any longer.
 static std::optional<Transaction> examine(const History& history, const fs::path& tx) {
-    Transaction found = {tx, !stands(tx / "staged"), {}, {}, {}, false, false};
-    bool complete = true;  // every bundle has been moved as it had to be, and none back
-    bool before = true;    // every bundle is as it was before
-    for (const BundleKey& key : knownbundles(history.product, history.format)) {
-        const fs::path dest = target(history.testRoot, key);
-        const fs::path backup = tx / "verified-backup" / key;
-        const bool left = stands(tx / "original" / key);
-        const bool halfway = stands(tx / "staged" / key) || stands(tx / "failed" / key) ||
-                             stands(tx / "repaired" / key);
-        const bool came = !stands(backup) && !left && !halfway && wrote(tx, dest);
-        if (left || came) found.moved.insert(key);
-        if (left || came || halfway || stands(backup)) found.bundles.insert(key);
-        complete = complete && !halfway && (left || !found.removal || !stands(backup));
-        before = before && !came &&
-                 (!left || (stands(dest) && ifwhole(tree, dest) == ifwhole(tree, backup)));
-    }
+    const std::set<BundleKey> known = knownbundles(history.product, history.format);
+    Transaction found = {tx, !stands(tx / "staged"), {}, {}, {}, false, true, false};
     for (const char* const name : {"previous-receipt.sha256", "removed-receipt.sha256"})
         if (stands(tx / name)) found.oldReceipt = tx / name;
-    found.newReceipt = !found.removal && stands(history.receipt) &&
+    bool complete = true;  // every bundle has been moved as it had to be, and none back
+    for (const BundleKey& key : known)
+        complete = complete && !stands(tx / "staged" / key) && !stands(tx / "failed" / key);
+    found.newReceipt = complete && !found.removal && stands(history.receipt) &&
                        (!found.oldReceipt.empty() || wrote(tx, history.receipt));
-    if (found.moved.empty() && found.oldReceipt.empty() && !found.newReceipt) return {};
-    before = before && found.oldReceipt.empty() && !found.newReceipt;
+    const bool receiptmoved = found.newReceipt || !found.oldReceipt.empty();
+    const Manifest brought = found.newReceipt ? ifwhole(read, history.receipt) : Manifest();
+    for (const BundleKey& key : known) {
+        const fs::path dest = target(history.testRoot, key);
+        const fs::path backup = tx / "verified-backup" / key;
+        const bool halfway = stands(tx / "staged" / key) || stands(tx / "failed" / key) ||
+                             stands(tx / "repaired" / key);
+        const bool saved = stands(backup);
+        const bool asbefore = saved && stands(dest) && ifwhole(tree, dest) == ifwhole(tree, backup);
+        const bool left =
+            stands(tx / "original" / key) || (saved && receiptmoved && !halfway && !asbefore);
+        const bool came =
+            !saved && !left && !halfway &&
+            (found.newReceipt ? !sub(brought, key).empty() && stands(dest) : wrote(tx, dest));
+        if (left || came) found.moved.insert(key);
+        if (left || came || halfway || saved) found.bundles.insert(key);
+        complete = complete && !halfway && (left || !found.removal || !saved);
+        found.before = found.before && !came && (!left || asbefore);
+    }
+    if (found.moved.empty() && !receiptmoved) return {};
+    found.before = found.before && !receiptmoved;
     complete = complete && (found.removal ? !stands(history.receipt) : found.newReceipt);
-    found.interrupted = !before && !complete;
+    found.interrupted = !found.before && !complete;
     return found;
 }
 
@@ -49,9 +57,13 @@ History survey(const fs::path& testRoot, const std::string& product, const std::
     const fs::path receipt = receiptpath(support, product, format);
     History history = {testRoot, product, format, receipt, receipt.string() + ".tmp", {}, {}};
     for (const fs::path& tx : transactions(support, product, format)) {
-        history.last = examine(history, tx);
-        if (history.last) break;
-        history.passed.push_back(tx);
+        const std::optional<Transaction> found = examine(history, tx);
+        if (!history.last && !found) history.passed.push_back(tx);
+        if (!found) continue;
+        if (!history.last) history.last = found;
+        // Where it has left all as before, what was before may itself be interrupted.
+        history.last->interrupted = found->interrupted;
+        if (!found->before) break;
     }
     return history;
 }

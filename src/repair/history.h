@@ -16,6 +16,7 @@ struct Transaction {
     std::set<BundleKey> moved;         // those that it moved away or brought to where none stood
     std::filesystem::path oldReceipt;  // the receipt that it moved away; empty when it has not
     bool newReceipt;                   // the receipt in place is its own
+    bool before;                       // what stands equals what stood before
     bool interrupted;                  // what stands is neither its end nor what stood before
 };
 

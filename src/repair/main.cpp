@@ -63,6 +63,7 @@ static std::string tell(const History& history) {
                      : "  passed over, changed nothing: ",
                  tx);
     if (!stands(history.temporary) && !(history.last && history.last->interrupted)) return "";
+    if (!history.last && history.passed.empty()) return "Move that file away by hand\n";
     return "Close all hosts and type: orvelline-repair" +
            (root.empty() ? "" : " --test-root '" + root + "'") + " --product " + history.product +
            " --format " + history.format + " --back\n";
@@ -82,20 +83,18 @@ static bool repair(int argc, char** argv) {
     const bool all = product.empty() && format.empty();
     if (all ? back : product.empty() || format.empty())
         throw std::runtime_error("Product and format required");
+    if (!all) checkproduct(product);
+    if (!all) checkformat(format);
+    if (back) goback(survey(testRoot, product, format));
     std::string advice;
-    if (all) {
-        for (const char* const one : {"Marbrel", "Quellotrone"})
-            for (const char* const other : {"VST3", "Components"})
-                if (const History history = survey(testRoot, one, other);
-                    history.last || !history.passed.empty() || stands(history.receipt) ||
-                    stands(history.temporary))
-                    advice += tell(history);
-    } else {
-        checkproduct(product);
-        checkformat(format);
-        if (back) goback(survey(testRoot, product, format));
-        advice = tell(survey(testRoot, product, format));
-    }
+    for (const std::string one : {"Marbrel", "Quellotrone"})
+        for (const std::string other : {"VST3", "Components"}) {
+            if (!all && (one != product || other != format)) continue;
+            const History history = survey(testRoot, one, other);
+            const bool trace = history.last || !history.passed.empty() || stands(history.receipt) ||
+                               stands(history.temporary);
+            if (trace || !all) advice += tell(history);
+        }
     std::cout << (advice.empty() ? "Nothing needs to be done\n" : advice);
     return !advice.empty();
 }

@@ -24,8 +24,9 @@ std::filesystem::path opentx(const std::filesystem::path& support, const std::st
 // Gives whether a name is that of a transaction directory of the product, and its ticks.
 static bool ticksof(const std::string& name, const std::string& product, long long& ticks) {
     const char* const end = name.data() + name.size();
-    return name.starts_with(product + '-') &&
-           std::from_chars(name.data() + product.size() + 1, end, ticks).ptr == end;
+    if (!name.starts_with(product + '-')) return false;
+    const auto [rest, error] = std::from_chars(name.data() + product.size() + 1, end, ticks);
+    return rest == end && error == std::errc();
 }
 
 // The format is not in a transaction directory's name.

@@ -10,7 +10,8 @@ static void copyall(const fs::path& from, const fs::path& to) {
     const fs::file_status status = fs::status(from);
     if (fs::is_directory(status)) {
         fs::create_directory(to, from);
-        fs::permissions(to, (fs::status(to).permissions() & fs::perms::all) | fs::perms::owner_all);
+        fs::permissions(
+            to, (fs::status(to).permissions() & ~fs::perms::sticky_bit) | fs::perms::owner_all);
         for (const std::string& name : names(from)) copyall(from / name, to / name);
     } else {
         fs::copy(from, to);

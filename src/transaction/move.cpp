@@ -19,8 +19,11 @@ void moveall(const std::vector<Move>& moves) {
         freed.insert(from);
     }
     for (const auto& [from, to, proof] : moves) {
-        std::filesystem::create_directories(to.parent_path());
-        samefilesystem(from, to.parent_path());
+        std::filesystem::path above = to.parent_path();
+        while (!stands(above)) above = above.parent_path();
+        if (!std::filesystem::is_directory(above))
+            throw std::runtime_error("New destination appeared");
+        samefilesystem(from, above);
     }
     for (const auto& [from, to, proof] : moves) {
         moveto(from, to);
