@@ -5,7 +5,7 @@ import tempfile
 from pathlib import Path
 
 import pytest
-from harness import ROOT, Studio
+from harness import ROOT, Studio, files
 
 
 def pytest_addoption(parser):
@@ -19,3 +19,12 @@ def studio(request):
     with tempfile.TemporaryDirectory(dir=os.path.realpath(tempfile.gettempdir())) as place:
         yield Studio(Path(place), os.path.abspath(request.config.getoption("--build")),
                      request.config.getoption("--emulator").split())
+
+
+@pytest.fixture
+def installed(studio):
+    """The same, with package 1 installed and 2 at hand."""
+    studio.package("1", files(1))
+    studio.package("2", files(2))
+    studio.done("1")
+    return studio

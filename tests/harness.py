@@ -4,7 +4,6 @@ import hashlib
 import os
 import re
 import shutil
-import stat
 import subprocess
 from pathlib import Path
 
@@ -18,8 +17,7 @@ INSTALLED, REMOVED = "INSTALLED; rollback backup: ", "REMOVED to backup: "
 LIBRARY = "filesystem error"
 LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
 
-# The bundles that the installer knows.
-NAMES = re.findall(r'"([A-Za-z]+\.(?:vst3|component))"',
+NAMES = re.findall(r'"([A-Za-z]+\.(?:vst3|component))"',  # the bundles that the installer knows
                    (ROOT / "src/package/identity.cpp").read_text())
 
 
@@ -35,11 +33,9 @@ def rows(table):
 
 def disk(root):
     """Every entry below a directory: the bytes of a file, the text of a link, else its type."""
-    kinds = {stat.S_IFDIR: lambda path: "directory", stat.S_IFREG: Path.read_bytes,
-             stat.S_IFLNK: lambda path: f"link to {os.readlink(path)}"}
-    return {str(path.relative_to(root)):
-            kinds.get(stat.S_IFMT(path.lstat().st_mode), lambda path: "special")(path)
-            for path in sorted(Path(root).rglob("*"))}
+    return {str(path.relative_to(root)): f"link to {os.readlink(path)}" if path.is_symlink() else
+            path.read_bytes() if path.is_file() else
+            "directory" if path.is_dir() else "special" for path in Path(root).rglob("*")}
 
 
 def bits(root):
@@ -50,9 +46,8 @@ def bits(root):
 
 def lines(files):
     """The CONTENTS.sha256 of some files, given as a relative path and its content each."""
-    digests = {path: hashlib.sha256(content.encode()).hexdigest()
-               for path, content in files.items()}
-    return "".join(f"{digests[path]}  {path}\n" for path in sorted(files, key=os.fsencode))
+    return "".join(f"{hashlib.sha256(files[path].encode()).hexdigest()}  {path}\n"
+                   for path in sorted(files, key=os.fsencode))
 
 
 def files(version, *keys):
@@ -69,8 +64,9 @@ def write(file, content):
 
 def blocks(document):
     """The shell commands of a document: pairs of the heading above and the fenced sh block."""
-    pairs, heading, text = [], "", (ROOT / document).read_text()
-    for title, code in re.findall(r"^#+ ([^\n]*)$|^```sh\n(.*?)\n```$", text, re.M | re.S):
+    pairs, heading = [], ""
+    for title, code in re.findall(r"^#+ ([^\n]*)$|^```sh\n(.*?)\n```$",
+                                  (ROOT / document).read_text(), re.M | re.S):
         pairs += [(heading, code)] if code else []
         heading = title or heading
     return pairs
@@ -95,12 +91,10 @@ class Studio:
         return package
 
     def lsof(self, calls={}):
-        """Makes the stand-in for lsof. Its n-th call runs calls[n], a piece of shell, and then
-        answers "not loaded" if the piece has not ended it."""
+        """Makes the stand-in for lsof. Its n-th call runs calls[n] in sh, or says "not loaded"."""
         cases = "\n".join(f"{number}) {piece} ;;" for number, piece in calls.items())
-        count = "n=0; while read -r _; do n=$((n + 1)); done <calls"
-        write(self.place / "lsof", f'#!/bin/sh\necho "$*" >>calls\n{count}\ncase $n in\n{cases}\n'
-              "esac\nexit 1\n").chmod(0o755)
+        write(self.place / "lsof", '#!/bin/sh\necho "$*" >>calls\ncase $(($(wc -l <calls))) in\n'
+              f"{cases}\nesac\nexit 1\n").chmod(0o755)
         write(self.place / "calls", "").chmod(0o666)
 
     def asked(self):
@@ -108,8 +102,7 @@ class Studio:
         return (self.place / "calls").read_text(errors="surrogateescape").splitlines()
 
     def run(self, *command, environment={}, **more):
-        """Runs a command; gives its exit status and both its streams. Of the library's words only
-        the beginning is given: each library has its own."""
+        """Runs a command; gives its exit status and streams, of a library's words the head."""
         ended = subprocess.run(command, **{
             "cwd": self.place, "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
             "stderr": subprocess.PIPE, "text": True, "errors": "surrogateescape",
@@ -133,12 +126,11 @@ class Studio:
         """The same without root's rights, so that permission bits count."""
         # The build may lie where nobody else can go.
         self.place.chmod(0o755)
-        *emulator, program = self.command()
-        program = shutil.copy(program, self.place / "program")
+        program = shutil.copy(self.command()[-1], self.place / "program")
         if os.geteuid() == 0:
             more |= {"user": 65534, "group": 65534, "extra_groups": []}
-        return self.run(*emulator, program, "--package", package, "--test-root", "r", *options,
-                        **more)
+        return self.run(*self.emulator, program, "--package", package, "--test-root", "r",
+                        *options, **more)
 
     def done(self, package, *options):
         """Runs the installer to a good end; gives the transaction directory that it names."""
@@ -153,8 +145,7 @@ class Studio:
                 {name: str(value) for name, value in variables.items()}}
 
     def ends(self, message):
-        """What a run gives that fails with this message, "{}" being the test's directory; without
-        a message, what a dry run gives that finds nothing to refuse."""
+        """The end of a run that fails with this, "{}" being our place; without, of a dry run."""
         return failed(message.format(self.place)) if message else READY
 
     def sh(self, code, **more):

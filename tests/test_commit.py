@@ -2,26 +2,17 @@
 bundle in preflight and once in the commit, changes the disk at exactly these moments."""
 
 import resource
-import shutil
 
 import pytest
-from harness import HD, LIBRARY, LOADED, LOW, RECEIPT, disk, files, lines, write
+from harness import HD, LIBRARY, LOADED, LOW, RECEIPT, disk, files, lines
 
 REMOVE = "--remove"
+REFUSED = "Symlink path refused: {}/r/support/"
 STALE = "Stale transaction receipt preserved; contact support"
 MISMATCH = "Installed readback mismatch"
-# What the pieces of shell need: the transaction directory and its areas, and the bundles.
-WORDS = f"""t=$(echo r/support/Backups/*); t=${{t##* }} original=$t/original staged=$t/staged
-plugins=r/plugins payload=2/payload receipt=r/support/{RECEIPT} HD={HD} Low={LOW}; """
-
-
-@pytest.fixture
-def installed(studio):
-    """A studio where package 1 is installed, and 2 is at hand."""
-    studio.package("1", files(1))
-    studio.package("2", files(2))
-    studio.done("1")
-    return studio
+# What the pieces of shell need: the transaction directory and an area of it, and the bundles.
+WORDS = f"""t=$(echo r/support/Backups/*); t=${{t##* }} staged=$t/staged plugins=r/plugins
+payload=2/payload receipt=r/support/{RECEIPT} HD={HD} Low={LOW}; """
 
 
 def last(studio, area):
@@ -32,28 +23,18 @@ def last(studio, area):
 
 @pytest.mark.parametrize("call, change, options, message, failed, staged", [
     # Before the commit region: the transaction directory, the backup and the staged copy.
-    (2, "mv r/support/Backups b; ln -s ../../b r/support/Backups", [],
-     "Symlink path refused: {}/r/support/Backups", [], []),
-    (2, "echo >$plugins/$HD/x", [], "Backup verification failed", [], []),
+    (2, "mv r/support/Backups b; ln -s ../../b r/support/Backups", [], f"{REFUSED}Backups", [], []),
     (2, "echo >$plugins/$Low/x", [REMOVE], "Backup verification failed", [], []),
     (2, "echo >$payload/$Low/x", [], "Stage verification failed", [], [HD, LOW]),
     (2, "mkfifo $payload/$Low/x", [], LIBRARY, [], [HD, LOW]),
     # Inside: each step of each bundle.
-    (3, "exit 0", [], LOADED, [], [HD, LOW]),
     (4, "exit 0", [], LOADED, [HD], [LOW]),
     (4, "exit 0", [REMOVE], LOADED, [], []),
     (4, "echo >$plugins/$Low/x", [], "Plugin changed during transaction", [HD], [LOW]),
-    (4, "ln -s no $plugins/$Low/x", [REMOVE], "Symlink member refused", [], []),
-    (4, "mkdir -p $original/$Low/x", [], LIBRARY, [HD], [LOW]),
     (4, "mv $staged/$Low gone", [], LIBRARY, [HD], []),
-    (3, "echo >$staged/$Low/x", [], MISMATCH, [HD, LOW], []),
     (3, "echo >$staged/$HD/x", [], MISMATCH, [HD], [LOW]),
-    (4, "ln -s no $staged/$Low/x", [], "Symlink member refused", [HD, LOW], []),
-    # The receipt.
     (4, "echo >$receipt.tmp", [], STALE, [HD, LOW], []),
-    (4, "ln -s no $receipt.tmp", [], f"Symlink path refused: {{}}/r/support/{RECEIPT}.tmp",
-     [HD, LOW], []),
-    (4, "mkdir $t/previous-receipt.sha256", [], LIBRARY, [HD, LOW], []),
+    (4, "ln -s no $receipt.tmp", [], f"{REFUSED}{RECEIPT}.tmp", [HD, LOW], []),
     (4, "mkdir $t/removed-receipt.sha256", [REMOVE], LIBRARY, [], []),
     # What stands at the receipt's path is never replaced.
     (4, "echo >$t/previous-receipt.sha256; exit 0", [], LOADED, [HD], [LOW]),
@@ -65,8 +46,8 @@ def test_puts_back_what_stood_there(installed, call, change, options, message, f
     after = disk(installed.plugins)
     assert {path: entry for path, entry in after.items() if not path.endswith("/x")} == before
     assert (installed.support / RECEIPT).read_text() == lines(files(1))
-    assert (last(installed, "failed"), last(installed, "staged")) == (failed, staged)
-    assert last(installed, "original") == ([LOW] if "original" in change else [])
+    assert [last(installed, area) for area in ("original", "failed", "staged")] == [
+        [], failed, staged]
 
 
 @pytest.mark.parametrize("change, options, message, left", [
@@ -85,23 +66,14 @@ def test_what_was_not_installed(studio, change, options, message, left):
     assert disk(studio.plugins) == before | left
 
 
-def test_a_file_in_the_place_of_a_format(installed):
-    shutil.rmtree(installed.plugins)
-    write(installed.plugins / "VST3", "x")
-    assert installed.on("2") == installed.ends(LIBRARY)
-    assert disk(installed.plugins) == {"VST3": b"x"}
-    installed.done("2", REMOVE)
-
-
 def test_a_rollback_that_fails_loses_nothing(installed):
     # The second is loaded, and an obstacle stands where the first new bundle has to go.
     installed.lsof({4: f"{WORDS}echo >$t/failed; exit 0"})
     assert installed.on("2") == installed.ends(LIBRARY)
-    for version, key in (2, HD), (1, LOW):
-        assert disk(installed.plugins / key) == disk(
-            installed.place / f"{version}/payload" / key)
+    for version, key in ("2", HD), ("1", LOW):
+        payload = installed.place / version / "payload"
+        assert disk(installed.plugins / key) == disk(payload / key)
     assert (last(installed, "original"), last(installed, "staged")) == ([HD], [LOW])
-    assert (installed.support / RECEIPT).read_text() == lines(files(1))
 
 
 def test_a_receipt_that_stops_short(installed):
@@ -114,7 +86,6 @@ def test_a_receipt_that_stops_short(installed):
     assert disk(installed.plugins) == before
     assert (installed.support / RECEIPT).read_text() == lines(files(1))
     incomplete = installed.support / f"{RECEIPT}.tmp"
-    assert incomplete.read_text() == lines(receipt)[:limit]
     # An install goes no further from now on; a removal does not mind.
     assert installed.on("1") == installed.ends(STALE)
     installed.done("1", REMOVE)

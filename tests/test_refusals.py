@@ -1,9 +1,6 @@
 """The command line, and every refusal up to the end of the verification."""
 
-import os
 import shlex
-import sys
-from threading import Thread
 
 import pytest
 from harness import HD, INSTALLED, LIBRARY, LOADED, LOW, disk, files, lines, rows, write
@@ -16,44 +13,24 @@ NOWHERE = "User directory unavailable"
 
 
 @pytest.mark.parametrize("message, command", rows({
-    "Package directory required": [
-        "", "--dry-run", "--remove", "--package ''", "--package p --package ''"],
+    "Package directory required": ["", "--dry-run", "--package p --package ''"],
     "Unknown option: --package": ["--package", "--package p --package"],
-    "Unknown option: --test-root": ["--package p --test-root"],
-    "Unknown option: ": ["'' --package"],
     **{f"Unknown option: {word}": [f"{word} --package p"]
-       for word in ("p", "--help", "--Remove", "--dry", "--package=p", "-x")},
-    "Manifest missing: {}/none/CONTENTS.sha256": ["--package none --dry-run"],
-    "Manifest missing: {}/none/../p/CONTENTS.sha256": ["--package none/../p/"],
-    "Manifest missing: {}/file/below/CONTENTS.sha256": ["--package file/below"],
-    "Manifest missing: /CONTENTS.sha256": ["--package /"],
+       for word in ("p", "--help", "--Remove", "--dry", "--package=p")},
+    **{f"Manifest missing: {{}}/{path}/CONTENTS.sha256": [f"--package {path}"]
+       for path in ("none", "none/../p", "--remove")},
     LIBRARY: [f"--package {300 * 'x'}"],
     # The deepest link on the way is named, also where nothing is.
-    f"{REFUSED}{{}}/link": ["--package link", "--package link/", "--package link/no/x",
-                            "--package link/../p", "--package p --test-root link/below"],
+    f"{REFUSED}{{}}/link": ["--package link", "--package link/", "--package link/../p"],
     f"{REFUSED}{{}}/link/deep": ["--package link/deep/x"],
     f"{REFUSED}{{}}/dangling": ["--package dangling/x/y"],
-    "": ["--package p --dry-run", "--package --remove --dry-run",
-         "--package none --remove --remove --dry-run --package p",
-         "--package home/../p// --dry-run --test-root x --test-root y/../z"],
+    "": ["--package none --remove --remove --dry-run --package p",
+         "--package home/../p// --dry-run --test-root link --test-root y/../z"],
 }), ids=lambda text: text[:99])
 def test_options(studio, message, command):
     studio.package("p", ONE)
-    studio.package("--remove", ONE)
-    studio.sh("mkdir -p real/inner; ln -s inner real/deep; ln -s real link; ln -s no dangling; "
-              "echo >file")
-    before = disk(studio.place)
+    studio.sh("mkdir -p real/inner; ln -s inner real/deep; ln -s real link; ln -s no dangling")
     assert studio.tool(*shlex.split(command)) == studio.ends(message)
-    assert disk(studio.place) == before
-
-
-@pytest.mark.parametrize("message, root", [(LIBRARY, "x"), ("Unknown option: -u", "/x")])
-def test_a_working_directory_that_is_gone(studio, message, root):
-    def leave():
-        os.mkdir("gone")
-        os.chdir("gone")
-        os.rmdir("../gone")
-    assert studio.tool("--test-root", root, "-u", preexec_fn=leave) == studio.ends(message)
 
 
 def keys(*texts, before=""):
@@ -61,30 +38,21 @@ def keys(*texts, before=""):
 
 
 @pytest.mark.parametrize("message, contents", rows({
-    "Empty manifest": [""],
-    "Malformed manifest": [
-        "\n", f"{GOOD}\n", f"{HASH}  ", f"{HASH}  \n", f"{HASH} *a\n", f"{HASH}\t a\n",
-        f"{HASH} \ta\n", f"{HASH}a  a\n", f"\ufeff{GOOD}", 70 * "\0", f"{GOOD}0123"],
-    "Invalid hash": [f"{64 * digit}  {key}\n" for digit in "Ag/:`" for key in ("a", "/a")] + [
-        f"{HASH[1:]}   a\n"],
+    "Malformed manifest": [f"{GOOD}\n", f"{HASH}  ", f"{HASH} *a\n", f"{HASH}\t a\n", f"{GOOD}01"],
+    "Invalid hash": [*(f"{64 * digit}  /a\n" for digit in "Ag"), f"{HASH[1:]}   a\n"],
     "Absolute manifest path refused": keys("/a", "//a", "/", "/../a"),
-    "Unsafe manifest path": keys(
-        ".", "..", "./a", "a/./b", "a/../b", "a/..", "a/../", "..\nx"),
+    "Unsafe manifest path": keys(".", "..", "./a", "a/./b", "a/../b", "a/..", "a/../"),
     "Duplicate manifest entry": [GOOD + GOOD, *keys(f"{HD}/a", before=GOOD)],
     "Missing bundle": keys("VST3", "PRODUCT.txt"),
     "Unexpected format": keys("x/", "vst3/MarbrelHD.vst3/a"),
-    "Unexpected bundle identity": keys(
-        "VST3/", "VST3/marbrelHD.vst3/a", "VST3/MarbrelHD.vst3x/a",
-        f"VST3/MarbrelHDAU.component/a\n{HASH}  Components/x/a"),
+    "Unexpected bundle identity": keys("VST3/", "VST3/marbrelHD.vst3/a", "VST3/MarbrelHD.vst3x/a"),
     "Format mismatch": keys("VST3/MarbrelHDAU.component/a", "Components/MarbrelHD.vst3/a"),
-    "Mixed product package refused": [
-        *keys("VST3/Quellotrone.vst3/a"), *keys("VST3/Quellotrone.vst3/a", before=GOOD)],
+    "Mixed product package refused": keys("VST3/Quellotrone.vst3/a", before=GOOD),
     "Use one format per package": keys("Components/MarbrelHDAU.component/a", before=GOOD),
-    # Past these rules, the payload is next. A key that is no text below the bundle's is no file's.
+    # Past these rules, the payload is next.
     f"Bundle missing: {{}}/p/payload/{LOW}": keys("VST3//MarbrelLowCPU.vst3/a", before=GOOD),
     f"Package checksum mismatch: {HD}": [
-        *keys(HD, f"{HD}/a", "VST3//MarbrelHD.vst3/a"),
-        *keys(f"{HD}/", f"{HD}//a", f"{HD}/a/", f"{HD}/{200000 * 'x'}", before=GOOD)],
+        *keys(HD, f"{HD}/a"), *keys(f"{HD}/", f"{HD}//a", f"{HD}/a/", before=GOOD)],
     "": [GOOD[:-1], *keys(HD, "VST3//MarbrelHD.vst3/a", before=GOOD)],
 }), ids=lambda text: text[:99])
 def test_what_a_manifest_may_say(studio, message, contents):
@@ -94,27 +62,16 @@ def test_what_a_manifest_may_say(studio, message, contents):
 
 
 def test_odd_names_and_sizes(studio):
-    odd = "\udcff" if sys.platform == "linux" else "\u00e9"
-    names = [f" a{odd}\x01'\"$`\\*\r", "--", "..a", "a..", "...", ".a", "\u00e9", f"{odd}z",
-             "dir/" * 150 + "file", *[f"many/{number}" for number in range(800)]]
+    names = [" \u00e9\x01'\"$`\\*\r", "--", "..a", "a..", "...", "\u00e9",
+             "dir/" * 150 + "file", *(f"many/{number}" for number in range(800))]
     package = studio.package("p", {f"{HD}/{name}": "x" for name in names} | {
-        f"{HD}/size {size}": "\0" * size for size in (0, 65535, 65536, 65537, 131072)})
+        f"{HD}/size {size}": "\0" * size for size in (0, 65535, 65536, 65537)})
     receipt = (package / "CONTENTS.sha256").read_bytes()
     # Neither the lines' order nor the last line's end counts.
     (package / "CONTENTS.sha256").write_bytes(b"\n".join(reversed(receipt.split(b"\n")[:-1])))
     studio.done("p")
     assert disk(studio.plugins) == disk(package / "payload")
     assert (studio.support / "Marbrel-VST3.sha256").read_bytes() == receipt
-
-
-def test_waits_for_the_writer_of_a_fifo(studio):
-    files = [studio.package("p", ONE) / name for name in ("CONTENTS.sha256", "PRODUCT.txt")]
-    for file in files:
-        content = file.read_text()
-        file.unlink()
-        os.mkfifo(file)
-        Thread(target=write, args=(file, content), daemon=True).start()
-    assert studio.tool("--package", "p", "--dry-run") == studio.ends("")
 
 
 def test_places(studio):
@@ -128,59 +85,45 @@ def test_places(studio):
             ("Mixed product package refused", "", "mixed"), (f"{REFUSED}link", "link", "both")]:
         ended = studio.tool("--package", package, environment={"HOME": home})
         assert ended == studio.ends(message)
-    unset = studio.run("env", "-u", "HOME", *studio.command(), "--package", "p")
-    assert unset == studio.ends(NOWHERE)
+    unset = "env", "-u", "HOME", *studio.command()
+    assert studio.run(*unset, "--package", "p") == studio.ends(NOWHERE)
 
     library = "Library/Application Support/Orvelline"
-    for home, options, plugins, support, printed in [
-        ("{}/a", [], "a/Library/Audio/Plug-Ins", f"a/{library}", f"{{}}/a/{library}"),
-        ("c/", [], "c/Library/Audio/Plug-Ins", f"c/{library}", f"c/{library}"),
-        ("", ["--test-root", ""], "plugins", "support", "{}/support"),
-        ("", ["--test-root", "f g/"], "f g/plugins", "f g/support", "{}/f g/support"),
-    ]:
+    for home, options, plugins, support in [
+            ("{}/a", [], "a/Library/Audio/Plug-Ins", f"{{}}/a/{library}"),
+            ("c/", [], "c/Library/Audio/Plug-Ins", f"c/{library}"),
+            ("", ["--test-root", ""], "plugins", "{}/support"),
+            ("", ["--test-root", "f g/"], "f g/plugins", "{}/f g/support")]:
         status, out, err = studio.tool(
             "--package", "p", *options, environment={"HOME": home.format(studio.place)})
         assert (status, err) == (0, "")
-        assert out.startswith(f"{INSTALLED}{printed.format(studio.place)}/Backups/Marbrel-")
+        assert out.startswith(f"{INSTALLED}{support.format(studio.place)}/Backups/Marbrel-")
         assert disk(studio.place / plugins) == disk(studio.place / "p/payload")
-        assert (studio.place / support / "Marbrel-VST3.sha256").read_text() == GOOD
 
 
-PREFLIGHT = {
+@pytest.mark.parametrize("message, change", rows({
     "Manifest missing: {}/p/CONTENTS.sha256": ["chmod 0 $c"],
-    "Empty manifest": [
-        "rm $c; mkdir $c", ": >$r", "rm -r r/plugins; : >$r", ": >$r; echo >$hd/x"],
+    "Empty manifest": ["rm $c; mkdir $c", "rm -r r/plugins; : >$r", ": >$r; echo >$hd/x"],
     "Malformed manifest": ["ln -sf /dev/zero $c", "echo x >$r"],
-    "Unknown product": [
-        "rm $q", "rm $q; mkdir $q", "chmod 0 $q", ": >$q", "echo marbrel >$q", "echo Marbre >$q",
-        "echo ' Marbrel' >$q", "printf '\\nMarbrel\\n' >$q", "printf 'Marbrel\\r\\n' >$q",
-        "printf 'Marbrel%99s' x >$q"],
+    "Unknown product": ["rm $q", "echo marbrel >$q", "printf '\\nMarbrel\\n' >$q",
+                        "printf 'Marbrel\\r\\n' >$q", "printf 'Marbrel%99s' x >$q"],
     f"{REFUSED}{{}}/p/payload/VST3": ["mv p/payload/VST3 v; ln -s ../../v p/payload/VST3"],
     f"{REFUSED}{{}}/r/plugins/{HD}": ["rm -r $d; ln -s x $d", "mv $d v; ln -s ../../../v $d"],
     f"{REFUSED}{{}}/r/support/Marbrel-VST3.sha256": ["rm $r; ln -s x $r"],
     f"Bundle missing: {{}}/p/payload/{HD}": ["rm -r $hd", "rm -r $hd; echo >$hd"],
     f"Bundle missing: {{}}/r/plugins/{HD}": ["rm -r $d; echo >$d"],
-    "Empty bundle refused": [
-        "rm -r $hd; mkdir -p $hd/b/c", "rm -r $hd; mkdir $hd; mkfifo $hd/f", "rm -r $d; mkdir $d"],
-    "Symlink member refused": [
-        "ln -s a $hd/MacOS/l", "ln -s .. $hd/MacOS/l", "ln -s no $low/l", "ln -s x $d/l"],
+    "Empty bundle refused": ["rm -r $hd; mkdir -p $hd/b/c", "rm -r $d; mkdir $d"],
+    "Symlink member refused": ["ln -s a $hd/MacOS/l", "ln -s .. $low/l", "ln -s x $d/l"],
     f"Cannot read {{}}/p/payload/{HD}/MacOS/a": ["chmod 0 $hd/MacOS/a"],
-    # Neither listed nor, though listed, searched.
-    LIBRARY: ["chmod 311 $hd/MacOS", "chmod 444 $hd/MacOS"],
-    f"Package checksum mismatch: {HD}": [
-        "echo x >$hd/b", "mv $hd/b $hd/c", "echo >$hd/.more", "sed 's|/b|/b\\r|' $c >c; mv c $c"],
-    f"Package checksum mismatch: {LOW}": ["echo >$low/x"],
+    LIBRARY: ["chmod 311 $hd/MacOS", "chmod 444 $hd/MacOS"],  # not listed, not searched
+    f"Package checksum mismatch: {HD}": ["echo x >$hd/b", "mv $hd/b $hd/c", "echo >$hd/.more"],
     f"Unknown or modified plugin preserved: {{}}/r/plugins/{HD}": [
         "echo x >$d/b", "echo >$d/.x", "rm $d/MacOS/a", "rm $r; echo x >$d/b"],
     # The first bundle is done with before the second is looked at.
     LOADED: ["echo x >$low/x; printf '#!/bin/sh\\nexit 0\\n' >lsof"],
-    "": ["mkdir $hd/c $d/c", "mkfifo $hd/f $d/f", "rm $r", "echo >$r.tmp", "rm -r r",
-         "rm -r r/plugins/VST3; echo >r/plugins/VST3", "printf Marbrel >$q",
-         "printf 'Marbrel\\n%99s' x >$q"],
-}
-
-
-@pytest.mark.parametrize("message, change", rows(PREFLIGHT))
+    "": ["mkdir $hd/c $d/c", "mkfifo $hd/f $d/f", "rm $r", "echo >$r.tmp", "printf Marbrel >$q",
+         "rm -r r/plugins/VST3; echo >r/plugins/VST3", "printf 'Marbrel\\n%99s' x >$q"],
+}))
 def test_preflight_changes_nothing(studio, message, change):
     studio.package("p", files(1))
     studio.done("p")
