@@ -8,32 +8,12 @@ import pytest
 from harness import ENVIRONMENT, NAMES, ROOT, blocks
 
 pytestmark = pytest.mark.once
-# Each program has a manual page and completions, and its options in one directory of the sources.
-PROGRAMS = {program: "repair" if program.endswith("repair") else "cli" for program in re.findall(
-    r"add_executable\((orvelline-\w+)", (ROOT / "CMakeLists.txt").read_text())}
-NUMBERS = "one two three four five six seven eight nine ten eleven twelve".split()
-LIBRARY = {"filesystem error: ", "std::bad_alloc"}  # what the standard library says itself
-# What a failure can have changed goes by the file that raises it.
-CHANGED = {"nothing": ("cli", "package/identity", "package/manifest", "install/loc", "install/pre"),
-           "backup only": ("transaction/backup", "transaction/staging"),
-           "undone": ("transaction/commit", "transaction/receipt")}
+# Each, and the directory of the sources that has its options.
+PROGRAMS = {"orvelline-installer": "cli", "orvelline-repair": "repair"}
 
 
 def read(name):
     return (ROOT / name).read_text()
-
-
-def broken(root):
-    """The links in the documents of a directory that lead nowhere, or out of it."""
-    for document in root.rglob("*.md"):
-        for path, heading in re.findall(r"\]\((?!http)([^)#]*)#?([^)]*)\)",
-                                        document.read_text()):
-            target = (document.parent / path).resolve() if path else document
-            titles = re.findall("^#+ (.*)", target.read_text(), re.M) if target.is_file() else []
-            if not target.exists() or root not in target.parents or heading not in [
-                    "", *(re.sub(r"[^\w -]", "", title).lower().replace(" ", "-")
-                          for title in titles)]:
-                yield document.name, path, heading
 
 
 def test_commands_of_the_readme_run_and_print_what_it_says(studio):
@@ -41,7 +21,7 @@ def test_commands_of_the_readme_run_and_print_what_it_says(studio):
     shutil.copytree(ROOT, copy, symlinks=True, ignore=shutil.ignore_patterns(".git", "build"))
     shutil.copytree(studio.build, copy / "build/release")
     (copy / "build/release/.run").touch()  # it is built
-    printed = dict(re.findall(r"```sh\n(.*?)\n```\n\n```text\n(.*?\n)```", read("README.md"), re.S))
+    printed = dict(re.findall(r"```sh\n([^`]*)\n```\n\n```text\n([^`]*)```", read("README.md")))
     for _, code in blocks("README.md"):
         if code != "tools/check":  # runs this test
             status, out, err = studio.sh(code, cwd=copy)
@@ -51,60 +31,38 @@ def test_commands_of_the_readme_run_and_print_what_it_says(studio):
             assert re.sub(r"-\d{10,}", "-TICKS", said) == re.sub(
                 r"-\d{10,}", "-TICKS", printed.get(code, said))
     # It has installed the documents, too, and not all that stands beside them here.
-    assert list(copy.glob("build/usr/**/README.md")) and not list(broken(copy / "build/usr"))
+    root = next(copy.glob("build/usr/**/README.md")).parent
+    for document in root.rglob("*.md"):
+        for link in re.findall(r"\]\((?!http)([^)]*)\)", document.read_text()):
+            target = (document.parent / link).resolve()
+            assert target.exists() and root in target.parents, (document, link)
 
 
 def test_every_place_has_the_bundles_that_the_installer_knows():
-    table = "".join(re.findall(r"^\| `payload/.*", read("README.md"), re.M))
-    packed = re.findall(r"^\w+/\w+/(\S+)$", read("tools/make-package"), re.M)
+    readme = read("README.md")
+    table = "".join(re.findall(r"^\| `payload/.*", readme, re.M))
+    number = "four five six seven eight nine ten eleven twelve".split()[len(NAMES) - 4]
+    paths = {f"{'Marbrel' if 'Marbrel' in name else 'Quellotrone'}/"
+             f"{'VST3' if name.endswith('.vst3') else 'Components'}/{name}" for name in NAMES}
+    packed = re.findall(r"^\w+/\w+/\S+$", read("tools/make-package"), re.M)
     wrong = {"README.md, A package": {*re.findall(r"`(\w+\.\w+)`", table)} ^ {*NAMES},
-             "tools/make-package": {*packed} ^ {*NAMES}}
-    for path in [*ROOT.glob("*.md"), *ROOT.glob("docs/*"), *ROOT.glob("man/*")]:
-        said = re.findall(rf"\b({'|'.join(NUMBERS[4:])})\s+(?:by name|names|bundles|plug-ins)\b",
-                          path.read_text())
-        wrong[f"{path.name}, their number"] = {*said} - {NUMBERS[len(NAMES) - 1]}
+             "README.md, their number": {*re.findall(r"(\w+) by name", readme)} ^ {number},
+             "tools/make-package": {*packed} ^ paths}
     assert {place: names for place, names in wrong.items() if names} == {}
 
 
 def test_messages_are_those_that_the_sources_raise_or_print():
-    known, repair, raised = {*LIBRARY}, set(), {}
+    known, repair = {"filesystem error: ", "std::bad_alloc"}, set()  # the library's own
     for source in (ROOT / "src").rglob("*.cpp"):
         code = re.sub(r"//.*|^#include.*", "", source.read_text(), flags=re.M)
-        for text in re.findall(r'\bthrow std::runtime_error\(\s*"([^"]*)"', code):
-            raised.setdefault(text, []).append(str(source.relative_to(ROOT / "src")))
-        # What is raised has its text there, or is the library's own failure.
-        assert not re.findall(r'throw (?!std::runtime_error\(\s*"|std::filesystem::)[^;]*', code)
+        raised = re.findall(r'\bthrow (?:std::runtime_error\(\s*"([^"]*)")?(?!std::file)', code)
+        assert all(raised), source  # what is raised has its text there
         sentences = {text.removesuffix("\\n") for text in re.findall(r'"([^"\n]* [^"\n]*)"', code)}
-        known |= sentences if source.match("cli/run.cpp") else set()
+        known |= {*raised} | (sentences if source.match("cli/run.cpp") else set())
         repair |= sentences if source.match("repair/*") else set()
-    rows = re.findall(r"^\| `(.*?)(?:<\w+>)?` \| [^|]+ \| ([^|]+) \| [^|]+ \| [^|]+ \|$",
-                      read("docs/messages.md"), re.M)
-    texts = {text for text, _ in rows}
-    assert len(texts) == len(rows) == read("docs/messages.md").count("\n| `")
-    assert known | {*raised} <= texts <= known | {*raised} | repair
-    for text, changed in rows:
-        for source in raised.get(text, []):
-            assert all(changed == wanted for wanted, places in CHANGED.items()
-                       if source.startswith(places)), (text, source)
-
-
-def options(program):
-    """The options of a program, each with whether it takes a value."""
-    code = "".join(path.read_text() for path in (ROOT / "src" / PROGRAMS[program]).glob("*.cpp"))
-    found = re.findall(r'\{"(--[a-z-]+)", (\[&\])?', code)
-    return {name: bool(value) for name, value in found}
-
-
-@pytest.mark.parametrize("program", PROGRAMS)
-def test_manual_page_has_the_options(studio, program):
-    # Pages of which it speaks need not be installed where this runs.
-    lint = studio.run("mandoc", "-T", "lint", ROOT / f"man/{program}.1")[1].splitlines()
-    assert not [line for line in lint if not re.search(r"Xr (lsof 8|orvelline-\w+ 1)", line)]
-    page = read(f"man/{program}.1")
-    for part in (page[page.index(".Sh SYNOPSIS"):page.index(".Sh DESCRIPTION")],
-                 "\n".join(re.findall(r"^\.It Fl.*", page, re.M))):
-        found = re.findall(r"Fl (-\S+)( Ar)?", part)
-        assert {f"-{name}": bool(value) for name, value in found} == options(program)
+    rows = re.findall(r"^\| `(.*?)(?:<\w+>)?`(?: \| [^|]+){4} \|$", read("docs/messages.md"), re.M)
+    assert len({*rows}) == len(rows) == read("docs/messages.md").count("\n| `")
+    assert known <= {*rows} <= known | repair
 
 
 def test_examples_of_the_manual_pages_run(studio):
@@ -120,13 +78,23 @@ def test_examples_of_the_manual_pages_run(studio):
     assert said[:4] == ["READY", "INSTALLED", "REMOVED", "INSTALLED"]
 
 
-@pytest.mark.parametrize("program", PROGRAMS)
-def test_completions_in_both_shells(studio, program):
+@pytest.mark.parametrize("program, sources", PROGRAMS.items())
+def test_manual_page_and_completions_have_the_options(studio, program, sources):
+    code = "".join(path.read_text() for path in (ROOT / "src" / sources).glob("*.cpp"))
+    options = {name: takes == "[" for name, takes in re.findall(r'\{"(--[a-z-]+)", (\[|&)', code)}
+    lint = studio.run("mandoc", "-T", "lint", ROOT / f"man/{program}.1")[1].splitlines()
+    assert not [line for line in lint if not re.search(r"Xr (lsof 8|orvelline-\w+ 1)", line)]
+    page = read(f"man/{program}.1")
+    for part in (page[page.index(".Sh SYNOPSIS"):page.index(".Sh DESCRIPTION")],
+                 "\n".join(re.findall(r"^\.It Fl.*", page, re.M))):
+        found = re.findall(r"Fl (-\S+)( Ar)?", part)
+        assert {f"-{name}": bool(value) for name, value in found} == options
+
     # In zsh, what the file says to the shell's own function.
     code = '_arguments() { print -rl -- "$@" }; source "$0"'
     specs = studio.run("zsh", "-f", "-c", code, ROOT / f"completions/_{program}")[1]
     values = dict(re.findall(r"^\*?(--[a-z-]+)\[[^]]+\](?::[^:]+:(.+))?$", specs, re.M))
-    assert {name: bool(value) for name, value in values.items()} == options(program)
+    assert {name: bool(value) for name, value in values.items()} == options
     studio.sh("mkdir d-one 'd-o n e' 'd-o*' e; touch d-file")
     code = f'source "$0"; COMP_WORDS=({program} "$@"); COMP_CWORD=$#; ' \
            f'_{program.replace("-", "_")}; printf "%s\\n" "${{COMPREPLY[@]}}"'

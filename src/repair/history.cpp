@@ -21,9 +21,16 @@ static std::optional<Transaction> examine(const History& history, const fs::path
     Transaction found = {tx, !stands(tx / "staged"), {}, {}, {}, false, true, false};
     for (const char* const name : {"previous-receipt.sha256", "removed-receipt.sha256"})
         if (stands(tx / name)) found.oldReceipt = tx / name;
+    const fs::path repaired = tx / "repaired";
     bool complete = true;  // every bundle has been moved as it had to be, and none back
-    for (const BundleKey& key : known)
+    // Behind all bundles that go aside come the receipts, and only then do old bundles come back.
+    bool aside = stands(repaired / history.receipt.filename()) ||
+                 stands(repaired / history.temporary.filename());
+    for (const BundleKey& key : known) {
         complete = complete && !stands(tx / "staged" / key) && !stands(tx / "failed" / key);
+        aside = aside || (stands(repaired / key) && stands(tx / "verified-backup" / key) &&
+                          !stands(tx / "original" / key));
+    }
     found.newReceipt = complete && !found.removal && stands(history.receipt) &&
                        (!found.oldReceipt.empty() || wrote(tx, history.receipt));
     const bool receiptmoved = found.newReceipt || !found.oldReceipt.empty();
@@ -31,8 +38,8 @@ static std::optional<Transaction> examine(const History& history, const fs::path
     for (const BundleKey& key : known) {
         const fs::path dest = target(history.testRoot, key);
         const fs::path backup = tx / "verified-backup" / key;
-        const bool halfway = stands(tx / "staged" / key) || stands(tx / "failed" / key) ||
-                             stands(tx / "repaired" / key);
+        const bool halfway =
+            stands(tx / "staged" / key) || stands(tx / "failed" / key) || stands(repaired / key);
         const bool saved = stands(backup);
         const bool asbefore = saved && stands(dest) && ifwhole(tree, dest) == ifwhole(tree, backup);
         const bool left =
