@@ -45,7 +45,7 @@ static std::optional<Transaction> examine(const History& history, const fs::path
         const bool left =
             stands(tx / "original" / key) || (saved && receiptmoved && !halfway && !asbefore);
         const bool came =
-            !saved && !left && !halfway &&
+            !saved && !left && !halfway && !aside &&
             (found.newReceipt ? !sub(brought, key).empty() && stands(dest) : wrote(tx, dest));
         if (left || came) found.moved.insert(key);
         if (left || came || halfway || saved) found.bundles.insert(key);
