@@ -16,6 +16,7 @@ static bool wrote(const fs::path& tx, const fs::path& path) {
 }
 
 // Gives nothing for a transaction that changed nothing, or nothing any longer.
+// NOLINTNEXTLINE(readability-function-cognitive-complexity): one state, told by many places
 static std::optional<Transaction> examine(const History& history, const fs::path& tx) {
     const std::set<BundleKey> known = knownbundles(history.product, history.format);
     Transaction found = {tx, !stands(tx / "staged"), {}, {}, {}, false, true, false};
