@@ -1,61 +1,74 @@
 #include "repair/history.h"
 
+#include <algorithm>
+#include <initializer_list>
+#include <stdexcept>
+
 #include "install/locations.h"
+#include "install/unloaded.h"
 #include "package/safe.h"
 #include "package/tree.h"
+#include "platform/signals.h"
 #include "platform/walk.h"
 #include "transaction/backup.h"
+#include "transaction/move.h"
 
 namespace fs = std::filesystem;
 
-// What an install has written is not older than the place of its copies. Nothing else tells of a
-// bundle that came to where none stood.
+// What an install has written is not older than the place of its copies.
 static bool wrote(const fs::path& tx, const fs::path& path) {
-    return stands(tx / "staged") && stands(path) &&
-           oldest(path) >= fs::last_write_time(tx / "staged");
+    return stands(path) && oldest(path) >= fs::last_write_time(tx / "staged");
+}
+
+// Where an install has found no bundle, its receipt tells if it brought one; else only the time.
+static bool standsnew(const fs::path& tx, const fs::path& dest, const BundleKey& key,
+                      const Manifest& brought) {
+    return brought.empty() ? wrote(tx, dest) : stands(dest) && !sub(brought, key).empty();
+}
+
+static bool standsin(const fs::path& tx, std::initializer_list<const char*> areas,
+                     const BundleKey& key) {
+    return std::any_of(areas.begin(), areas.end(),
+                       [&](const char* area) { return stands(tx / area / key); });
+}
+
+// Gives whether the receipt in place is what the transaction wrote, behind its last bundle.
+static bool ownreceipt(const History& history, const fs::path& tx,
+                       const std::set<BundleKey>& known) {
+    for (const BundleKey& key : known)
+        if (standsin(tx, {"staged", "failed"}, key)) return false;
+    return stands(tx / "staged") && stands(history.receipt) &&
+           (stands(tx / "previous-receipt.sha256") || wrote(tx, history.receipt));
 }
 
 // Gives nothing for a transaction that changed nothing, or nothing any longer.
-// NOLINTNEXTLINE(readability-function-cognitive-complexity): one state, told by many places
 static std::optional<Transaction> examine(const History& history, const fs::path& tx) {
+    const bool removal = !stands(tx / "staged");
+    const char* const name = removal ? "removed-receipt.sha256" : "previous-receipt.sha256";
     const std::set<BundleKey> known = knownbundles(history.product, history.format);
-    Transaction found = {tx, !stands(tx / "staged"), {}, {}, {}, false, true, false};
-    for (const char* const name : {"previous-receipt.sha256", "removed-receipt.sha256"})
-        if (stands(tx / name)) found.oldReceipt = tx / name;
-    const fs::path repaired = tx / "repaired";
-    bool complete = true;  // every bundle has been moved as it had to be, and none back
-    // Behind all bundles that go aside come the receipts, and only then do old bundles come back.
-    bool aside = stands(repaired / history.receipt.filename()) ||
-                 stands(repaired / history.temporary.filename());
-    for (const BundleKey& key : known) {
-        complete = complete && !stands(tx / "staged" / key) && !stands(tx / "failed" / key);
-        aside = aside || (stands(repaired / key) && stands(tx / "verified-backup" / key) &&
-                          !stands(tx / "original" / key));
-    }
-    found.newReceipt = complete && !found.removal && stands(history.receipt) &&
-                       (!found.oldReceipt.empty() || wrote(tx, history.receipt));
-    const bool receiptmoved = found.newReceipt || !found.oldReceipt.empty();
-    const Manifest brought = found.newReceipt ? ifwhole(read, history.receipt) : Manifest();
+    const bool own = ownreceipt(history, tx, known);
+    Transaction found = {tx, removal, tx / name, own, {}, {}, true, false};
+    const bool receiptmoved = own || stands(found.oldReceipt);
+    const fs::path aside = tx / "repaired" / history.receipt.filename();
+    const Manifest brought = ifwhole(read, own ? history.receipt : aside);
+    bool complete = removal ? !stands(history.receipt) : own;
     for (const BundleKey& key : known) {
         const fs::path dest = target(history.testRoot, key);
         const fs::path backup = tx / "verified-backup" / key;
-        const bool halfway =
-            stands(tx / "staged" / key) || stands(tx / "failed" / key) || stands(repaired / key);
         const bool saved = stands(backup);
-        const bool asbefore = saved && stands(dest) && ifwhole(tree, dest) == ifwhole(tree, backup);
-        const bool left =
-            stands(tx / "original" / key) || (saved && receiptmoved && !halfway && !asbefore);
-        const bool came =
-            !saved && !left && !halfway && !aside &&
-            (found.newReceipt ? !sub(brought, key).empty() && stands(dest) : wrote(tx, dest));
+        const bool between =
+            standsin(tx, {"staged", "failed", "repaired", "repaired/original"}, key);
+        const Manifest content = ifwhole(tree, dest);
+        const bool asbefore = !content.empty() && content == ifwhole(tree, backup);
+        const bool left = stands(tx / "original" / key) || (saved && receiptmoved && !asbefore);
+        const bool came = !removal && !saved && !between && standsnew(tx, dest, key, brought);
         if (left || came) found.moved.insert(key);
-        if (left || came || halfway || saved) found.bundles.insert(key);
-        complete = complete && !halfway && (left || !found.removal || !saved);
+        if (left || came || saved || between) found.bundles.insert(key);
+        complete = complete && !between && (left || !removal || !saved);
         found.before = found.before && !came && (!left || asbefore);
     }
     if (found.moved.empty() && !receiptmoved) return {};
     found.before = found.before && !receiptmoved;
-    complete = complete && (found.removal ? !stands(history.receipt) : found.newReceipt);
     found.interrupted = !found.before && !complete;
     return found;
 }
@@ -74,4 +87,61 @@ History survey(const fs::path& testRoot, const std::string& product, const std::
         if (!found->before) break;
     }
     return history;
+}
+
+// Gives the move that brings the old bundle back. Where its original is damaged and the old receipt
+// vouches for the backup, that moves, or what a repair that was killed has put in place stays.
+static Move proved(const fs::path& tx, const BundleKey& key, const fs::path& dest,
+                   const Manifest& vouched) {
+    const fs::path original = tx / "original" / key;
+    const fs::path backup = tx / "verified-backup" / key;
+    const Manifest content = ifwhole(tree, original);
+    if (!content.empty() && content == ifwhole(tree, backup)) return {original, dest, content};
+    for (const fs::path& other : {backup, dest})
+        if (!vouched.empty() && ifwhole(tree, other) == vouched) return {other, dest, vouched};
+    throw std::runtime_error("Backup verification failed; " + original.string() +
+                             (!content.empty() && content == vouched
+                                  ? " is whole, the backup is not"
+                                  : " and the backup differ"));
+}
+
+// What is in place goes aside, a .tmp file too, then the bundles come back, then the receipt.
+static std::vector<Move> plan(const History& history, const Transaction& last) {
+    const fs::path repaired = last.directory / "repaired";
+    const bool receiptmoved = last.newReceipt || stands(last.oldReceipt);
+    const Manifest old = ifwhole(read, receiptmoved ? last.oldReceipt : history.receipt);
+    std::vector<Move> moves;
+    std::vector<Move> home;
+    for (const BundleKey& key : last.moved) {
+        const fs::path dest = target(history.testRoot, key);
+        const fs::path original = last.directory / "original" / key;
+        const bool left = stands(original) || stands(last.directory / "verified-backup" / key);
+        const Move back = left ? proved(last.directory, key, dest, sub(old, key)) : Move();
+        unloaded(dest);
+        if (back.from != dest) moves.push_back({dest, repaired / key, {}});
+        if (back.from != dest) home.push_back(back);
+        if (back.from != original) home.push_back({original, repaired / "original" / key, {}});
+    }
+    if (receiptmoved) moves.push_back({history.receipt, repaired / history.receipt.filename(), {}});
+    moves.push_back({history.temporary, repaired / history.temporary.filename(), {}});
+    moves.insert(moves.end(), home.begin(), home.end());
+    moves.push_back({last.oldReceipt, history.receipt, {}});
+    std::erase_if(moves, [](const Move& move) { return !stands(move.from); });
+    return moves;
+}
+
+void goback(const History& history) {
+    const bool stale = stands(history.temporary);
+    std::vector<Move> moves;
+    if (history.last && (history.last->interrupted || !stale)) {
+        moves = plan(history, *history.last);
+    } else if (stale) {
+        if (!history.last && history.passed.empty())
+            throw std::runtime_error("Stale transaction receipt preserved; contact support");
+        const fs::path& tx =
+            history.passed.empty() ? history.last->directory : history.passed.front();
+        moves = {{history.temporary, tx / "repaired" / history.temporary.filename(), {}}};
+    }
+    holdends();
+    moveall(moves);
 }

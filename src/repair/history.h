@@ -12,10 +12,10 @@
 struct Transaction {
     std::filesystem::path directory;
     bool removal;                      // else an install
+    std::filesystem::path oldReceipt;  // the place of the receipt that it moves away
+    bool newReceipt;                   // the receipt in place is its own
     std::set<BundleKey> bundles;       // those of its package, as far as anything tells
     std::set<BundleKey> moved;         // those that it moved away or brought to where none stood
-    std::filesystem::path oldReceipt;  // the receipt that it moved away; empty when it has not
-    bool newReceipt;                   // the receipt in place is its own
     bool before;                       // what stands equals what stood before
     bool interrupted;                  // what stands is neither its end nor what stood before
 };
@@ -35,3 +35,9 @@ struct History {
 // Fails like `supportdir` and `stands`, or in the library's words.
 History survey(const std::filesystem::path& testRoot, const std::string& product,
                const std::string& format);
+
+// Goes back to what stood before the last transaction; where that has finished and a newer one
+// left a .tmp file, only moves that. Everything is proved before anything moves.
+// Fails with "Backup verification failed; " and the original, "Stale transaction receipt
+// preserved; contact support" where no transaction is left, or like `unloaded` and `moveall`.
+void goback(const History& history);

@@ -6,7 +6,7 @@
 #include "package/safe.h"
 #include "package/tree.h"
 #include "platform/signals.h"
-#include "repair/back.h"
+#include "repair/history.h"
 
 namespace fs = std::filesystem;
 
@@ -27,6 +27,7 @@ static const char* stateof(const Transaction& last, const BundleKey& key, const 
 }
 
 static void tellstates(const History& history, const Transaction& last) {
+    tellpath(last.removal ? "  a removal: " : "  an install: ", last.directory);
     const Manifest package = ifwhole(read, last.newReceipt ? history.receipt : history.temporary);
     for (const BundleKey& key : last.bundles) {
         const fs::path dest = target(history.testRoot, key);
@@ -35,35 +36,35 @@ static void tellstates(const History& history, const Transaction& last) {
         for (const char* const area : {"staged", "failed", "repaired"})
             tellpath("    the new one: ", last.directory / area / key);
     }
-    const char* const receipt = !stands(history.receipt)  ? "absent"
-                                : last.newReceipt         ? "new"
-                                : last.oldReceipt.empty() ? "old"
-                                                          : "changed since";
+    const char* const receipt = !stands(history.receipt)   ? "absent"
+                                : last.newReceipt          ? "new"
+                                : !stands(last.oldReceipt) ? "old"
+                                                           : "changed since";
     std::cout << "  receipt in place: " << receipt << '\n';
     tellpath("    the old one: ", last.oldReceipt);
 }
 
-// Gives what to do, nothing if nothing is interrupted.
-static std::string tell(const History& history) {
-    const std::string& root = history.testRoot.native();
+// Gives what to do, nothing if nothing is interrupted. Where it was not asked for, no trace is no
+// word.
+static std::string tell(const History& history, bool asked) {
+    const bool stale = stands(history.temporary);
+    if (!asked && !stale && !history.last && history.passed.empty() && !stands(history.receipt))
+        return "";
     std::cout << history.product << ' ' << history.format << ": "
               << (!history.last               ? "no transaction to go back to"
                   : history.last->interrupted ? "a run was interrupted"
                                               : "the last run has finished")
               << '\n';
-    if (history.last) {
-        tellpath(history.last->removal ? "  a removal: " : "  an install: ",
-                 history.last->directory);
-        tellstates(history, *history.last);
-    }
+    if (history.last) tellstates(history, *history.last);
     tellpath("  left by an interrupted run: ", history.temporary);
     for (const fs::path& tx : history.passed)
         tellpath(stands(tx / "original") || stands(tx / "failed") || stands(tx / "repaired")
                      ? "  passed over, undone: "
                      : "  passed over, changed nothing: ",
                  tx);
-    if (!stands(history.temporary) && !(history.last && history.last->interrupted)) return "";
+    if (!stale && !(history.last && history.last->interrupted)) return "";
     if (!history.last && history.passed.empty()) return "Move that file away by hand\n";
+    const std::string& root = history.testRoot.native();
     return "Close all hosts and type: orvelline-repair" +
            (root.empty() ? "" : " --test-root '" + root + "'") + " --product " + history.product +
            " --format " + history.format + " --back\n";
@@ -88,13 +89,9 @@ static bool repair(int argc, char** argv) {
     if (back) goback(survey(testRoot, product, format));
     std::string advice;
     for (const std::string one : {"Marbrel", "Quellotrone"})
-        for (const std::string other : {"VST3", "Components"}) {
-            if (!all && (one != product || other != format)) continue;
-            const History history = survey(testRoot, one, other);
-            const bool trace = history.last || !history.passed.empty() || stands(history.receipt) ||
-                               stands(history.temporary);
-            if (trace || !all) advice += tell(history);
-        }
+        for (const std::string other : {"VST3", "Components"})
+            if (all || (one == product && other == format))
+                advice += tell(survey(testRoot, one, other), !all);
     std::cout << (advice.empty() ? "Nothing needs to be done\n" : advice);
     return !advice.empty();
 }
