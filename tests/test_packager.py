@@ -31,6 +31,8 @@ def make(studio, arguments, preparation):
     ("cd b/*; mkdir y; touch y/._a", HD, "left by a file manager: {}/b/MarbrelHD.vst3/y/._a"),
     ("cd b/*; touch \"$(printf 'x\\ny')\"", HD, "newline in a name: {}/b/MarbrelHD.vst3/x"),
     ("cd b/*; touch \"$(printf 'x\\r')\"", HD, "carriage return at the end of a name: {}/b/"),
+    ("cd b/*; mkfifo f", HD, "neither file nor directory: {}/b/MarbrelHD.vst3/f"),
+    ("rm -r b/*; touch b/MarbrelHD.vst3", HD, "no directory: {}/b/MarbrelHD.vst3"),
     ("rm b/*/a", HD, "empty bundle: {}/b/MarbrelHD.vst3"),
     ("cd b/*; touch A", HD, "names that differ in case alone: vst3/marbrelhd.vst3/a"),
     ("chmod 377 b/*/a", HD, "not readable by its owner: {}/b/MarbrelHD.vst3/a"),

@@ -26,7 +26,9 @@ def test_the_same_bytes(studio):
 def test_refusals(studio):
     place = clone(studio, "a")
     for change, said in [
-            ("sed -i 's/ VERSION [0-9.]*/ VERSION 9/' CMakeLists.txt", "the checkout has changes"),
+            ("touch new", "the checkout has changes"),
+            ("rm new; sed -i 's/ VERSION [0-9.]*/ VERSION 9/' CMakeLists.txt",
+             "the checkout has changes"),
             ("git -c user.name=a -c user.email=@ commit -am 9", "CHANGELOG.md has no entry for 9")]:
         assert studio.sh(change, cwd=place)[0] == 0
         assert studio.run(place / "tools/release") == (1, "", f"tools/release: {said}\n")
