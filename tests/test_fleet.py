@@ -14,7 +14,8 @@ IN_USE = """case $2 in */studio-2/*) mkdir tried 2>/dev/null && exit 0 ;;
 
 def play(studio, code):
     """Runs a play on more machines than forks; gives each one's changes and failures, and why."""
-    out = studio.sh(code, environment={"ANSIBLE_FORKS": "1", "ANSIBLE_PIPELINING": "1"})[1]
+    _, out, err = studio.sh(code, environment={"ANSIBLE_FORKS": "1", "ANSIBLE_PIPELINING": "1"})
+    assert "[WARNING]" not in out + err
     recap = re.findall(r"^(studio-\d) .* changed=(\d+) .* failed=(\d+)", out, re.M)
     told = re.findall(r'^ +"(studio-\d: .*)"|FAILED! .*"msg": "(.*)"', out, re.M)
     return {name: (int(changed), int(bad)) for name, changed, bad in recap}, told
@@ -24,7 +25,8 @@ def play(studio, code):
 def test_fleet(studio):
     shutil.copytree(ROOT / "examples", studio.place / "examples")
     for name in "installer", "repair":
-        program = f'#!/bin/sh\ncd {studio.place}\n{studio.build}/tests/{name}-under-test "$@"\n'
+        program = f"#!/bin/sh\necho >&2; cd {studio.place}\n" \
+                  f'{studio.build}/tests/{name}-under-test "$@"\n'
         write(studio.place / f"build/release/orvelline-{name}", program).chmod(0o755)
     first, second = (studio.place / f"build/fleet/studio-{number}" for number in (1, 2))
     bundle = second / "plugins/VST3/MarbrelHD.vst3"
@@ -33,9 +35,11 @@ def test_fleet(studio):
     play(studio, tool)
     for code, before, one, two, package in [
             (install, "", 1, (1, 0), "Marbrel-VST3"),
-            (install, f"rm -r {bundle}", 0, (1, 0), "Marbrel-VST3"),
+            # Another archive of the same package has left a file in the copy.
+            (install, f"rm -r {bundle}; touch {second}/orvelline-packages/*/payload/VST3/*HD*/x", 0,
+             (1, 0), "Marbrel-VST3"),
             (upgrade, "", 1, (1, 0), "Marbrel-VST3-next"),
-            (back, "", 1, (1, 0), "Marbrel-VST3"),
+            (back, f"touch {first}/support/Marbrel-VST3.sha256.tmp", 1, (1, 0), "Marbrel-VST3"),
             (remove, f"touch {bundle}/new", 1, (0, 1), "none"),
             (cleanup, "", 1, (1, 0), "none")]:
         studio.lsof()
@@ -55,9 +59,16 @@ def test_fleet(studio):
 
 
 @pytest.mark.parametrize("options, answer", [
-    ("package=p", "Give the absolute path of the package's archive, with -e package=/..."),
-    ("package=/p", "/p is no archive with CONTENTS.sha256 and PRODUCT.txt at its top"),
-    ("package=/p -e state=new", "There is no state new: it is present, absent or previous")])
+    ("package=p install", "Give the absolute path of the package's archive, with -e package=/..."),
+    *((f"package={file} install",
+       f"{file} is no whole archive with CONTENTS.sha256 and PRODUCT.txt at its top")
+      for file in ("/p", "{}/cut")),
+    ("package=/p -e state=new install", "There is no state new: it is present, absent or previous"),
+    ("tool=t tool", "Give the absolute path of the tool's package or archive, with -e tool=/..."),
+    *((f"tool={file} tool", f"{file} is no Debian package, and no whole archive with the tool")
+      for file in ("/t.deb", "{}/whole"))])
 def test_wrong_call(studio, options, answer):
-    code = f"cd {ROOT}/examples/fleet; ansible-playbook -i rehearsal.yml install.yml -e {options}"
-    assert play(studio, code) == ({"studio-1": (0, 1)}, [("", answer)])
+    code = f"""tar -czf whole -C '{ROOT}/examples/Marbrel-VST3' .; head -c -9 whole >cut
+    cd '{ROOT}/examples/fleet'; ansible-playbook -i rehearsal.yml -e {options}.yml"""
+    assert play(studio, code.format(studio.place)) == (
+        {"studio-1": (0, 1)}, [("", answer.format(studio.place))])

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Removes backups that going back one version does not need, and copies of packages that are not
-# installed; prints each path. With --dry-run it only prints.
+# Removes backups that going back one version does not need, copies of packages that are not
+# installed, and archives of the tool itself; prints each path. With --dry-run it only prints.
 #   sh cleanup.sh SUPPORT PACKAGES [--dry-run]
 set -eu
 support=$1
@@ -34,7 +34,12 @@ for copy in "$packages"/*/; do
     [ -f "$copy/CONTENTS.sha256" ] || continue
     installed=
     for receipt in "$support"/*.sha256; do
-        [ "$(sort "$copy/CONTENTS.sha256")" != "$(sort "$receipt")" ] || installed=1
+        [ ! -e "$receipt" ] || [ "$(sort "$copy/CONTENTS.sha256")" != "$(sort "$receipt")" ] || installed=1
     done
     [ -n "$installed" ] || remove "${copy%/}"
+done
+
+# The tool's own archives have been unpacked.
+for file in "$packages"/*; do
+    [ ! -f "$file" ] || remove "$file"
 done
