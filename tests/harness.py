@@ -17,7 +17,7 @@ INSTALLED, REMOVED = "INSTALLED; rollback backup: ", "REMOVED to backup: "
 LIBRARY = "filesystem error"
 LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
 
-NAMES = re.findall(r'"([A-Za-z]+\.(?:vst3|component))"',  # the bundles that the installer knows
+NAMES = re.findall(r'"(\w+\.(?:vst3|component))"',  # the bundles that the installer knows
                    (ROOT / "src/package/identity.cpp").read_text())
 
 
@@ -141,7 +141,8 @@ class Studio:
 
     def faulty(self, **variables):
         """What more a run takes to have faults in its calls, as tests/faults.cpp knows them."""
-        return {"environment": {"LD_PRELOAD": f"{self.build}/tests/libfaults.so"} |
+        return {"environment": {"LD_LIBRARY_PATH": f"{self.build}/tests",
+                                "LD_PRELOAD": "libfaults.so"} |
                 {name: str(value) for name, value in variables.items()}}
 
     def ends(self, message):

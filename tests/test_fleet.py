@@ -26,7 +26,7 @@ def test_fleet(studio):
     shutil.copytree(ROOT / "examples", studio.place / "examples")
     for name in "installer", "repair":
         program = f"#!/bin/sh\necho >&2; cd {studio.place}\n" \
-                  f'{studio.build}/tests/{name}-under-test "$@"\n'
+                  f"'{studio.build}/tests/{name}-under-test' \"$@\"\n"
         write(studio.place / f"build/release/orvelline-{name}", program).chmod(0o755)
     first, second = (studio.place / f"build/fleet/studio-{number}" for number in (1, 2))
     bundle = second / "plugins/VST3/MarbrelHD.vst3"
@@ -36,8 +36,8 @@ def test_fleet(studio):
     for code, before, one, two, package in [
             (install, "", 1, (1, 0), "Marbrel-VST3"),
             # Another archive of the same package has left a file in the copy.
-            (install, f"rm -r {bundle}; touch {second}/orvelline-packages/*/payload/VST3/*HD*/x", 0,
-             (1, 0), "Marbrel-VST3"),
+            (install, f"rm -r {bundle}; cd {second}/*packages/*/payload/VST3/*HD*; touch x",
+             0, (1, 0), "Marbrel-VST3"),
             (upgrade, "", 1, (1, 0), "Marbrel-VST3-next"),
             (back, f"touch {first}/support/Marbrel-VST3.sha256.tmp", 1, (1, 0), "Marbrel-VST3"),
             (remove, f"touch {bundle}/new", 1, (0, 1), "none"),
@@ -46,7 +46,7 @@ def test_fleet(studio):
         state = disk(first / "plugins"), disk(first / "support")
         assert play(studio, f"{code} --check --limit studio-1") == ({"studio-1": (one, 0)}, [])
         assert (disk(first / "plugins"), disk(first / "support")) == state
-        studio.sh(before)
+        assert studio.sh(before)[0] == 0
         studio.lsof({"*": IN_USE} if code == upgrade else {})
         assert play(studio, code) == ({"studio-1": (one, 0), "studio-2": two}, [
             (f"studio-2: {why}", ""), ("", why)] if two[1] else [])

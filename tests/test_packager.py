@@ -60,7 +60,7 @@ def test_same_bundles_same_bytes(studio, tar):
               "find . -exec touch -d @9 {} +; chown -R 7 . || :")
     for arguments, preparation, proof in (
             ("Marbrel VST3 -1/payload/VST3/* -o", "umask 077; unset ORVELLINE_INSTALLER; "
-             "cp $PROGRAM bin; export CDPATH=. PROGRAM=bin/make-package", "not tried, as"),
+             'cp "$PROGRAM" bin; export CDPATH=. PROGRAM=bin/make-package', "not tried, as"),
             ("--archive Marbrel VST3 -1/payload/VST3/* -one", "", "verified by"),
             ("--archive Marbrel VST3 ./MarbrelLowCPU.vst3// MarbrelHD.vst3/ ../two", "cd 2; "
              "umask 077; export LC_ALL=C.UTF-8 GZIP=-1 TAR_OPTIONS=-v TZ=EST5", "verified by")):

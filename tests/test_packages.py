@@ -36,7 +36,7 @@ def expected(page, zsh):
 @pytest.mark.once
 def test_packages(studio):
     # Nobody's umask may show in a package.
-    ended = studio.sh(f"cpack --config {studio.build}/CPackConfig.cmake -B . -G 'DEB;TGZ'\n"
+    ended = studio.sh(f"cpack --config '{studio.build}/CPackConfig.cmake' -B . -G 'DEB;TGZ'\n"
                       "dpkg-deb --fsys-tarfile ./*.deb >data.tar", umask=0o077)
     assert ended[0] == 0, ended
     assert held(next(studio.place.glob("*.tar.gz"))) == expected("1", "site-functions")
@@ -46,7 +46,7 @@ def test_packages(studio):
 
     usr = studio.place / "root/usr"
     dpkg = 'fakeroot dpkg --force-script-chrootless --log=log --root="$PWD/root"'
-    run = f"{usr}/bin/orvelline-installer --package {ROOT}/examples/Marbrel-VST3 --test-root r"
+    run = f"{usr}/bin/orvelline-installer --package '{ROOT}/examples/Marbrel-VST3' --test-root r"
     assert studio.sh(f"{NEWROOT}\n{dpkg} --install ./*.deb\n{run}\n{run} --remove")[0] == 0
     assert studio.sh(f"{dpkg} --purge orvelline-installer")[0] == 0
     assert [path for path in usr.rglob("*") if not path.is_dir()] == [usr / "bin/lsof"]

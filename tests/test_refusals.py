@@ -137,7 +137,7 @@ def test_preflight_changes_nothing(studio, message, change):
 
 def test_without_a_working_directory(studio):
     for root, message in ("x", LIBRARY), ("/x", "Unknown option: --unknown"):
-        command = f"{' '.join(studio.command())} --test-root {root} --unknown"
+        command = f"{shlex.join(studio.command())} --test-root {root} --unknown"
         assert studio.sh(f"mkdir gone; cd gone; rmdir ../gone; exec {command}") == studio.ends(
             message)
 
@@ -145,5 +145,5 @@ def test_without_a_working_directory(studio):
 def test_a_fifo_is_waited_for(studio):
     manifest = studio.package("p", ONE) / "CONTENTS.sha256"
     studio.sh(f"mv {manifest} real; mkfifo {manifest}")
-    command = f"{' '.join(studio.command())} --package p --test-root r --dry-run"
+    command = f"{shlex.join(studio.command())} --package p --test-root r --dry-run"
     assert studio.sh(f"cat real >{manifest} & exec {command}") == studio.ends("")

@@ -9,8 +9,8 @@ pytestmark = [pytest.mark.once, pytest.mark.target]
 def clone(studio, name):
     """A clone of the commit that is checked out, which has the compiler at hand."""
     place = studio.place / name
-    assert studio.sh(f"git clone -q {ROOT} {place}; mkdir {place}/build\n"
-                     f"ln -s {ROOT}/build/target {place}/build")[0] == 0
+    assert studio.sh(f"git clone -q '{ROOT}' {place}; mkdir {place}/build\n"
+                     f"ln -s '{ROOT}/build/target' {place}/build")[0] == 0
     return place
 
 
