@@ -3,6 +3,7 @@
 # installed, and archives of the tool itself; prints each path. With --dry-run it only prints.
 #   sh cleanup.sh SUPPORT PACKAGES [--dry-run]
 set -eu
+export LC_ALL=C
 support=$1
 packages=$2
 only_print=${3-}
@@ -34,7 +35,8 @@ for copy in "$packages"/*/; do
     [ -f "$copy/CONTENTS.sha256" ] || continue
     installed=
     for receipt in "$support"/*.sha256; do
-        [ ! -e "$receipt" ] || [ "$(sort "$copy/CONTENTS.sha256")" != "$(sort "$receipt")" ] || installed=1
+        [ -e "$receipt" ] || continue
+        [ "$(sort "$copy/CONTENTS.sha256")" != "$(sort "$receipt")" ] || installed=1
     done
     [ -n "$installed" ] || remove "${copy%/}"
 done
