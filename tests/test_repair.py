@@ -1,9 +1,10 @@
 """What orvelline-repair tells, refuses and brings back, besides the sweep of killed runs."""
 
+import shlex
 from fnmatch import fnmatch
 
 import pytest
-from harness import HD, LOADED, LOW, RECEIPT, disk, failed, files
+from harness import HD, LOADED, LOW, RECEIPT, disk, failed, files, write
 
 PLACE = ["--product", "Marbrel", "--format", "VST3"]
 AU = "Components/MarbrelHDAU.component"
@@ -32,10 +33,8 @@ def trees(studio):
 
 @pytest.mark.parametrize("options, message", [
     (["--verbose"], "Unknown option: --verbose"),
-    (["--product"], "Unknown option: --product"),
     (["--back"], "Product and format required"),
     (["--product", "Marbrel"], "Product and format required"),
-    (["--format", "VST3", "--back"], "Product and format required"),
     (["--product", "marbrel", "--format", "VST3"], "Unknown product"),
     (["--product", "Marbrel", "--format", "AU"], "Unexpected format"),
 ])
@@ -72,13 +71,45 @@ def test_a_proved_backup_takes_the_place_of_a_damaged_original(upgraded, damage)
     assert trees(upgraded) == ({"VST3": "directory"}, {})
 
 
-def test_states_of_a_finished_run(upgraded):
-    assert upgraded.sh(f"echo >r/plugins/{LOW}/.DS_Store; rm -r r/plugins/{HD}")[0] == 0
-    status, out, _ = repair(upgraded)
-    assert status == 0 and "interrupted" not in out and "Components" not in out
-    for line in f"{HD} in place: absent", f"{LOW} in place: changed since", "receipt in place: new":
-        assert f"\n  {line}\n" in out, out
-    assert out.count("/original/VST3/") == 2 and out.endswith("\nNothing needs to be done\n")
+def test_what_it_tells_and_says_to_type(upgraded):
+    program = f'#!/bin/sh\nexec {shlex.join(upgraded.command("repair"))} "$@"\n'
+    write(upgraded.place / "orvelline-repair", program).chmod(0o755)
+    quellotrone = "VST3/Quellotrone.vst3"
+    upgraded.package("q", files(1, quellotrone), "Quellotrone")
+    other = upgraded.done("q")
+    assert upgraded.sh(f"echo >r/plugins/{quellotrone}/.DS_Store")[0] == 0
+    for call, *options in (4,), (3, "--remove"):  # behind the first bundle, ahead of it
+        upgraded.lsof({call: "kill -9 $PPID"})
+        assert upgraded.on("1", *options)[0] == -9
+    upgraded.lsof()
+    assert upgraded.sh(f"echo >r/support/{RECEIPT}.tmp")[0] == 0
+    assert upgraded.on("1")[0] == 3
+    _, _, killed, nothing, undone = sorted(other.parent.glob("Marbrel-*"))
+    status, out, err = repair(upgraded)
+    assert (status, out, err) == (1, f"""Marbrel VST3: a run was interrupted
+  an install: {killed}
+  {HD} in place: new
+    the old one: {killed}/original/{HD}
+  {LOW} in place: old
+    the new one: {killed}/staged/{LOW}
+  receipt in place: old
+  left by an interrupted run: {upgraded.support}/{RECEIPT}.tmp
+  passed over, undone: {undone}
+  passed over, changed nothing: {nothing}
+Quellotrone VST3: the last run has finished
+  an install: {other}
+  {quellotrone} in place: changed since
+  receipt in place: new
+Close all hosts and type: orvelline-repair --test-root '{upgraded.place}/r' {' '.join(PLACE)} --back
+""", "")
+    status, out, err = upgraded.sh(f"PATH=.:$PATH {out.rpartition(': ')[2]}")
+    assert (status, err) == (0, "") and out.endswith("\nNothing needs to be done\n"), out
+    assert disk(upgraded.plugins / HD) == disk(upgraded.place / f"2/payload/{HD}")
+
+
+def test_what_came_back_is_read_back(upgraded):
+    upgraded.lsof({1: f"{WORDS}echo x >$original/b"})
+    assert repair(upgraded, *PLACE, "--back") == failed("Installed readback mismatch")
 
 
 def test_a_killed_run_that_has_left_all_as_it_was(upgraded):
