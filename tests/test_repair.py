@@ -62,7 +62,8 @@ def test_refusals(upgraded, change, message):
     assert disk(upgraded.place / "r") == before
 
 
-@pytest.mark.parametrize("damage", ["echo x >$original/b", "rm -r $original", "rm -r $t/original"])
+@pytest.mark.parametrize("damage", [
+    "echo x >$original/b", "rm -r $original $HD", "rm -r $t/original"])
 def test_a_proved_backup_takes_the_place_of_a_damaged_original(upgraded, damage):
     assert upgraded.sh(WORDS + damage)[0] == 0
     assert repair(upgraded, *PLACE, "--back")[0] == 0
@@ -105,6 +106,13 @@ Close all hosts and type: orvelline-repair --test-root '{upgraded.place}/r' {' '
     status, out, err = upgraded.sh(f"PATH=.:$PATH {out.rpartition(': ')[2]}")
     assert (status, err) == (0, "") and out.endswith("\nNothing needs to be done\n"), out
     assert disk(upgraded.plugins / HD) == disk(upgraded.place / f"2/payload/{HD}")
+
+
+def test_what_somebody_puts_in_place_later_stays(studio):
+    studio.package("1", files(1))
+    studio.done("1")
+    assert studio.sh(f"mv r/plugins/{HD} x")[0] == repair(studio, *PLACE, "--back")[0] == 0
+    assert studio.sh(f"mv x r/plugins/{HD}")[0] == repair(studio)[0] == 0
 
 
 def test_what_came_back_is_read_back(upgraded):

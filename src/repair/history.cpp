@@ -20,10 +20,14 @@ static bool wrote(const fs::path& tx, const fs::path& path) {
     return stands(path) && oldest(path) >= fs::last_write_time(tx / "staged");
 }
 
-// Where an install has found no bundle, its receipt tells if it brought one; else only the time.
-static bool standsnew(const fs::path& tx, const fs::path& dest, const BundleKey& key,
+// Where an install has found no bundle, its receipt tells if it brought one; else only the time. If
+// a newer run has put the same there since, that of what this has put aside.
+static bool standsnew(const History& history, const fs::path& tx, const BundleKey& key,
                       const Manifest& brought) {
-    return brought.empty() ? wrote(tx, dest) : stands(dest) && !sub(brought, key).empty();
+    const fs::path dest = target(history.testRoot, key);
+    if (!brought.empty()) return stands(dest) && !sub(brought, key).empty();
+    const fs::path under = history.last ? history.last->directory / "original" / key : dest;
+    return wrote(tx, stands(under) ? under : dest);
 }
 
 static bool standsin(const fs::path& tx, std::initializer_list<const char*> areas,
@@ -32,7 +36,8 @@ static bool standsin(const fs::path& tx, std::initializer_list<const char*> area
                        [&](const char* area) { return stands(tx / area / key); });
 }
 
-// Gives whether the receipt in place is what the transaction wrote, behind its last bundle.
+// Gives whether the receipt in place is what the transaction wrote: none of its bundles is still
+// staged, or was rolled back.
 static bool ownreceipt(const History& history, const fs::path& tx,
                        const std::set<BundleKey>& known) {
     for (const BundleKey& key : known)
@@ -47,10 +52,18 @@ static std::optional<Transaction> examine(const History& history, const fs::path
     const char* const name = removal ? "removed-receipt.sha256" : "previous-receipt.sha256";
     const std::set<BundleKey> known = knownbundles(history.product, history.format);
     const bool own = ownreceipt(history, tx, known);
-    Transaction found = {tx, removal, tx / name, own, {}, {}, true, false};
+    Transaction found = {.directory = tx,
+                         .removal = removal,
+                         .oldReceipt = tx / name,
+                         .newReceipt = own,
+                         .bundles = {},
+                         .moved = {},
+                         .before = true,
+                         .interrupted = false};
     const bool receiptmoved = own || stands(found.oldReceipt);
-    const fs::path aside = tx / "repaired" / history.receipt.filename();
-    const Manifest brought = ifwhole(read, own ? history.receipt : aside);
+    const Manifest brought = own ? ifwhole(read, history.receipt) : Manifest();
+    // What the run brought has gone aside ahead of its receipt.
+    const bool aside = stands(tx / "repaired" / history.receipt.filename());
     bool complete = removal ? !stands(history.receipt) : own;
     for (const BundleKey& key : known) {
         const fs::path dest = target(history.testRoot, key);
@@ -61,7 +74,8 @@ static std::optional<Transaction> examine(const History& history, const fs::path
         const Manifest content = ifwhole(tree, dest);
         const bool asbefore = !content.empty() && content == ifwhole(tree, backup);
         const bool left = stands(tx / "original" / key) || (saved && receiptmoved && !asbefore);
-        const bool came = !removal && !saved && !between && standsnew(tx, dest, key, brought);
+        const bool came =
+            !removal && !saved && !between && !aside && standsnew(history, tx, key, brought);
         if (left || came) found.moved.insert(key);
         if (left || came || saved || between) found.bundles.insert(key);
         complete = complete && !between && (left || !removal || !saved);

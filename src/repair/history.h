@@ -28,7 +28,7 @@ struct History {
     std::filesystem::path receipt;
     std::filesystem::path temporary;            // the receipt's .tmp file
     std::vector<std::filesystem::path> passed;  // transactions newer than the last, newest first
-    std::optional<Transaction> last;            // the newest
+    std::optional<Transaction> last;            // the newest that is not given back
 };
 
 // Takes the test root, a product and a format, and gives what the disk tells of them.
@@ -36,8 +36,8 @@ struct History {
 History survey(const std::filesystem::path& testRoot, const std::string& product,
                const std::string& format);
 
-// Goes back to what stood before the last transaction; where that has finished and a newer one
-// left a .tmp file, only moves that. Everything is proved before anything moves.
+// Goes back to what stood before the last transaction; where nothing is interrupted but by a .tmp
+// file, only moves that. Everything is proved before anything moves.
 // Fails with "Backup verification failed; " and the original, "Stale transaction receipt
 // preserved; contact support" where no transaction is left, or like `unloaded` and `moveall`.
 void goback(const History& history);

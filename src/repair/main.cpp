@@ -32,7 +32,9 @@ static void tellstates(const History& history, const Transaction& last) {
     for (const BundleKey& key : last.bundles) {
         const fs::path dest = target(history.testRoot, key);
         std::cout << "  " << key << " in place: " << stateof(last, key, dest, package) << '\n';
-        tellpath("    the old one: ", last.directory / "original" / key);
+        const fs::path original = last.directory / "original" / key;
+        const bool gone = last.moved.contains(key) && !stands(original);
+        tellpath("    the old one: ", gone ? last.directory / "verified-backup" / key : original);
         for (const char* const area : {"staged", "failed", "repaired"})
             tellpath("    the new one: ", last.directory / area / key);
     }

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <chrono>
+#include <functional>
 #include <map>
 #include <stdexcept>
 
@@ -41,11 +42,11 @@ std::vector<std::filesystem::path> transactions(const std::filesystem::path& sup
                                                 const std::string& product,
                                                 const std::string& format) {
     const std::filesystem::path backups = support / "Backups";
-    std::map<long long, std::filesystem::path> sorted;
+    std::map<long long, std::filesystem::path, std::greater<>> sorted;
     if (stands(backups))
         for (const std::string& name : names(backups))
             if (long long ticks = 0; ticksof(name, product, ticks) && holds(backups / name, format))
-                sorted.emplace(-ticks, backups / name);
+                sorted.emplace(ticks, backups / name);
     std::vector<std::filesystem::path> newest;
     newest.reserve(sorted.size());
     for (const auto& [order, tx] : sorted) newest.push_back(tx);
