@@ -1,4 +1,5 @@
-"""Runs the commands of docs/fleet.md, one after the other, on two machines' test roots."""
+"""Runs the commands of docs/fleet.md, one after the other, on two machines' test roots, and calls
+the plays wrongly."""
 
 import re
 import shutil
@@ -6,7 +7,7 @@ import shutil
 import pytest
 from harness import ROOT, blocks, disk, write
 
-pytestmark = pytest.mark.once
+pytestmark = [pytest.mark.once, pytest.mark.long]
 # studio-2 refuses its first try, and studio-1 each one until studio-2 has the upgrade.
 IN_USE = """case $2 in */studio-2/*) mkdir tried 2>/dev/null && exit 0 ;;
 *) cmp build/fleet/studio-2/support/*.sha256 examples/Marbrel-VST3-next/*.sha256 || exit 0; esac"""
@@ -21,7 +22,6 @@ def play(studio, code):
     return {name: (int(changed), int(bad)) for name, changed, bad in recap}, told
 
 
-@pytest.mark.long
 def test_fleet(studio):
     shutil.copytree(ROOT / "examples", studio.place / "examples")
     for name in "installer", "repair":
