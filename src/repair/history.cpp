@@ -56,11 +56,11 @@ static std::optional<Transaction> examine(const History& history, const fs::path
                          .removal = removal,
                          .oldReceipt = tx / name,
                          .newReceipt = own,
+                         .receiptMoved = own || stands(tx / name),
                          .bundles = {},
                          .moved = {},
                          .before = true,
                          .interrupted = false};
-    const bool receiptmoved = own || stands(found.oldReceipt);
     const Manifest brought = own ? ifwhole(read, history.receipt) : Manifest();
     // What the run brought has gone aside ahead of its receipt.
     const bool aside = stands(tx / "repaired" / history.receipt.filename());
@@ -73,7 +73,8 @@ static std::optional<Transaction> examine(const History& history, const fs::path
             standsin(tx, {"staged", "failed", "repaired", "repaired/original"}, key);
         const Manifest content = ifwhole(tree, dest);
         const bool asbefore = !content.empty() && content == ifwhole(tree, backup);
-        const bool left = stands(tx / "original" / key) || (saved && receiptmoved && !asbefore);
+        const bool left =
+            stands(tx / "original" / key) || (saved && found.receiptMoved && !asbefore);
         const bool came =
             !removal && !saved && !between && !aside && standsnew(history, tx, key, brought);
         if (left || came) found.moved.insert(key);
@@ -81,8 +82,8 @@ static std::optional<Transaction> examine(const History& history, const fs::path
         complete = complete && !between && (left || !removal || !saved);
         found.before = found.before && !came && (!left || asbefore);
     }
-    if (found.moved.empty() && !receiptmoved) return {};
-    found.before = found.before && !receiptmoved;
+    if (found.moved.empty() && !found.receiptMoved) return {};
+    found.before = found.before && !found.receiptMoved;
     found.interrupted = !found.before && !complete;
     return found;
 }
@@ -122,8 +123,7 @@ static Move proved(const fs::path& tx, const BundleKey& key, const fs::path& des
 // What is in place goes aside, a .tmp file too, then the bundles come back, then the receipt.
 static std::vector<Move> plan(const History& history, const Transaction& last) {
     const fs::path repaired = last.directory / "repaired";
-    const bool receiptmoved = last.newReceipt || stands(last.oldReceipt);
-    const Manifest old = ifwhole(read, receiptmoved ? last.oldReceipt : history.receipt);
+    const Manifest old = ifwhole(read, last.receiptMoved ? last.oldReceipt : history.receipt);
     std::vector<Move> moves;
     std::vector<Move> home;
     for (const BundleKey& key : last.moved) {
@@ -132,11 +132,14 @@ static std::vector<Move> plan(const History& history, const Transaction& last) {
         const bool left = stands(original) || stands(last.directory / "verified-backup" / key);
         const Move back = left ? proved(last.directory, key, dest, sub(old, key)) : Move();
         unloaded(dest);
-        if (back.from != dest) moves.push_back({dest, repaired / key, {}});
-        if (back.from != dest) home.push_back(back);
+        if (back.from != dest) {
+            moves.push_back({dest, repaired / key, {}});
+            home.push_back(back);
+        }
         if (back.from != original) home.push_back({original, repaired / "original" / key, {}});
     }
-    if (receiptmoved) moves.push_back({history.receipt, repaired / history.receipt.filename(), {}});
+    if (last.receiptMoved)
+        moves.push_back({history.receipt, repaired / history.receipt.filename(), {}});
     moves.push_back({history.temporary, repaired / history.temporary.filename(), {}});
     moves.insert(moves.end(), home.begin(), home.end());
     moves.push_back({last.oldReceipt, history.receipt, {}});

@@ -14,10 +14,12 @@ struct Transaction {
     bool removal;                      // else an install
     std::filesystem::path oldReceipt;  // the place of the receipt that it moves away
     bool newReceipt;                   // the receipt in place is its own
+    bool receiptMoved;                 // so it is, or the old one is at that place
     std::set<BundleKey> bundles;       // those of its package, as far as anything tells
     std::set<BundleKey> moved;         // those that it moved away or brought to where none stood
     bool before;                       // what stands equals what stood before
-    bool interrupted;                  // what stands is neither its end nor what stood before
+    bool interrupted;                  // what stands is neither its end nor what stood before,
+                                       // or is what stood before and an older one left that so
 };
 
 // One product in one format, as it now stands on disk.

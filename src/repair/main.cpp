@@ -46,8 +46,8 @@ static void tellstates(const History& history, const Transaction& last) {
     tellpath("    the old one: ", last.oldReceipt);
 }
 
-// Gives what to do, nothing if nothing is interrupted. Where it was not asked for, no trace is no
-// word.
+// Gives what to do, nothing if nothing is interrupted. Unless asked, it leaves out what has left no
+// trace.
 static std::string tell(const History& history, bool asked) {
     const bool stale = stands(history.temporary);
     if (!asked && !stale && !history.last && history.passed.empty() && !stands(history.receipt))
