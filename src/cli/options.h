@@ -13,6 +13,10 @@ using Flags = std::map<std::string, bool*>;
 // right. Fails with "Unknown option: " and the argument, or as what is done with a value does.
 void takeoptions(int argc, char** argv, const Valued& valued, const Flags& flags);
 
+// Takes the path of a command line and gives its absolute form, the empty path's being the working
+// directory. Fails in the library's words when that cannot be determined.
+std::filesystem::path absoluteform(const std::filesystem::path& path);
+
 // The command line of a run.
 struct RunOptions {
     std::filesystem::path package;   // the package directory, absolute

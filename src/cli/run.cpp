@@ -25,7 +25,7 @@ void run(int argc, char** argv) {
     const Manifest manifest = read(package / "CONTENTS.sha256");
     const std::set<BundleKey> bundles = bundlesof(manifest);
     const std::string product = productof(package);
-    oneproduct(bundles, product);
+    checkoneproduct(bundles, product);
     const std::filesystem::path support = supportdir(testRoot);
     safe(support);
     const std::string format = oneformat(bundles);
@@ -47,7 +47,7 @@ void run(int argc, char** argv) {
     std::vector<BundleKey> installed;
     moved.reserve(bundles.size());
     installed.reserve(bundles.size());
-    holdends();
+    blockstops();
     try {
         commit(testRoot, remove, manifest, bundles, captured, tx, moved, installed);
         if (remove) {

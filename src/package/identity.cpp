@@ -51,7 +51,7 @@ std::string productof(const std::filesystem::path& package) {
     return product;
 }
 
-void oneproduct(const std::set<BundleKey>& bundles, const std::string& product) {
+void checkoneproduct(const std::set<BundleKey>& bundles, const std::string& product) {
     for (const BundleKey& key : bundles)
         if ((product == "Marbrel") != (key.find("Marbrel") != std::string::npos))
             throw std::runtime_error("Mixed product package refused");

@@ -26,7 +26,7 @@ std::string productof(const std::filesystem::path& package);
 
 // Takes the package's bundles and its product, and returns if all are of that product.
 // Fails with "Mixed product package refused".
-void oneproduct(const std::set<BundleKey>& bundles, const std::string& product);
+void checkoneproduct(const std::set<BundleKey>& bundles, const std::string& product);
 
 // Takes the package's bundles and gives their one format, "VST3" or "Components".
 // Fails with "Use one format per package".

@@ -36,7 +36,7 @@ bool closefile(int descriptor) {
     return ::close(descriptor) == 0;
 }
 
-void samefilesystem(const std::filesystem::path& path, const std::filesystem::path& directory) {
+void checksamefilesystem(const std::filesystem::path& path, const std::filesystem::path& directory) {
     struct stat one;
     struct stat other;
     int reason = EXDEV;

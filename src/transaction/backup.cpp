@@ -34,7 +34,7 @@ static bool ticksof(const std::string& name, const std::string& product, long lo
 static bool holds(const std::filesystem::path& tx, const std::string& format) {
     for (const char* const area : {"verified-backup", "staged", "original", "failed"})
         if (stands(tx / area / format)) return true;
-    const Manifest removed = ifwhole(read, tx / "removed-receipt.sha256");
+    const Manifest removed = readorempty(read, tx / "removed-receipt.sha256");
     return !removed.empty() && removed.begin()->first.starts_with(format + '/');
 }
 
