@@ -42,10 +42,12 @@ std::set<BundleKey> bundlesof(const Manifest& manifest) {
 
 std::string productof(const std::filesystem::path& package) {
     std::array<char, 64> block;  // a first line that is longer is no product
+    std::string text;
     const int descriptor = openread(package / "PRODUCT.txt");
-    const long got = readblock(descriptor, block.data(), block.size());
+    for (long got; text.size() < block.size() && text.find('\n') == std::string::npos &&
+                   (got = readblock(descriptor, block.data(), block.size())) > 0;)
+        text.append(block.data(), static_cast<std::size_t>(got));
     closefile(descriptor);
-    const std::string text(block.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
     std::string product = text.substr(0, text.find('\n'));
     checkproduct(product);
     return product;
