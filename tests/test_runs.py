@@ -67,7 +67,7 @@ def test_copies_of_a_package_that_may_only_be_read(studio):
         assert studio.plain("p", umask=0o027)[0] == 0
     copies = [studio.plugins / HD, *studio.support.glob(f"Backups/*/verified-backup/{HD}")]
     assert [bits(copy) for copy in copies] == 2 * [
-        {".": "750", "MacOS": "700", "MacOS/a": "557", "b": "446"}]
+        {".": "750", "MacOS": "700", "MacOS/a": "4557", "b": "446"}]
 
 
 @pytest.mark.once
@@ -82,7 +82,16 @@ def test_two_runs_at_one_instant(studio):
 
 
 @pytest.mark.once
-def test_a_receipt_that_cannot_be_created(installed):
+def test_calls_that_fail_with_a_message_of_their_own(installed):
     calls = installed.on("1", **installed.faulty(LIST_CALLS=1))[2].splitlines()
-    last = max(number for number, call in enumerate(calls, 1) if "creates" in call)
-    assert installed.on("1", **installed.faulty(FAIL_CALL=last)) == failed("Cannot write receipt")
+    for name, message in ("openat creates", "Cannot write receipt"), ("read", "Read failed"):
+        last = max(number for number, call in enumerate(calls, 1) if call.startswith(f"{name} "))
+        assert installed.on("1", **installed.faulty(FAIL_CALL=last)) == failed(message)
+
+
+@pytest.mark.once
+def test_reads_that_give_less_than_they_were_asked_for(studio):
+    studio.package("p", files(1))
+    assert studio.on("p", "--dry-run", **studio.faulty(SHORT_READS=3)) == READY
+    (studio.place / "p/PRODUCT.txt").write_text("MarbrelX\n")
+    assert studio.on("p", **studio.faulty(SHORT_READS=7)) == failed("Unknown product")

@@ -18,7 +18,8 @@ Manifest read(const std::filesystem::path& file);
 
 // Takes a reader of a manifest, such as `read`, and the path to read. Gives the manifest, or an
 // empty one when the reader fails.
-Manifest readorempty(Manifest reader(const std::filesystem::path&), const std::filesystem::path& path);
+Manifest readorempty(Manifest reader(const std::filesystem::path&),
+                     const std::filesystem::path& path);
 
 // Takes a manifest and gives the file content that `read` takes back: one line for each entry,
 // in order.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -15,7 +14,6 @@ struct Entry {
     const std::string& name;          // its name there
     const std::string& path;          // the walk's root, one separator and the path below it
     std::filesystem::file_type type;  // regular, directory, symlink, not_found or unknown
-    std::uintmax_t size;              // bytes of a regular file
 };
 
 // Takes a directory and gives the names in it, in the system's order, without "." and "..".

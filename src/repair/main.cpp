@@ -28,7 +28,8 @@ static const char* stateof(const Transaction& last, const BundleKey& key, const 
 
 static void tellstates(const History& history, const Transaction& last) {
     tellpath(last.removal ? "  a removal: " : "  an install: ", last.directory);
-    const Manifest package = readorempty(read, last.newReceipt ? history.receipt : history.temporary);
+    const Manifest package =
+        readorempty(read, last.newReceipt ? history.receipt : history.temporary);
     for (const BundleKey& key : last.bundles) {
         const fs::path dest = target(history.testRoot, key);
         std::cout << "  " << key << " in place: " << stateof(last, key, dest, package) << '\n';
