@@ -6,7 +6,7 @@
 #include "package/identity.h"
 
 // Every location is computed from one base, the test root if its text is not empty, else the
-// user's home directory. Nothing here touches the disk.
+// user's home directory. Nothing here asks the disk.
 
 // Gives the user's home directory, the value of HOME unchanged.
 // Fails with "User directory unavailable".

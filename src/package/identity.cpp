@@ -7,18 +7,23 @@
 
 #include "platform/file.h"
 
-static constexpr std::array<std::string_view, 6> bundlenames = {
-    "MarbrelHD.vst3",        "MarbrelLowCPU.vst3",        "Quellotrone.vst3",
-    "MarbrelHDAU.component", "MarbrelLowCPUAU.component", "QuellotroneAU.component",
-};
+static constexpr auto bundlenames = std::to_array<std::string_view>({
+    "MarbrelHD.vst3",
+    "MarbrelLowCPU.vst3",
+    "Quellotrone.vst3",
+    "MarbrelHDAU.component",
+    "MarbrelLowCPUAU.component",
+    "QuellotroneAU.component",
+});
 
 void checkproduct(const std::string& product) {
-    if (product != "Marbrel" && product != "Quellotrone")
+    if (std::find(products.begin(), products.end(), product) == products.end())
         throw std::runtime_error("Unknown product");
 }
 
 void checkformat(const std::string& format) {
-    if (format != "VST3" && format != "Components") throw std::runtime_error("Unexpected format");
+    if (std::find(formats.begin(), formats.end(), format) == formats.end())
+        throw std::runtime_error("Unexpected format");
 }
 
 std::set<BundleKey> bundlesof(const Manifest& manifest) {
@@ -60,10 +65,10 @@ void checkoneproduct(const std::set<BundleKey>& bundles, const std::string& prod
 }
 
 std::string oneformat(const std::set<BundleKey>& bundles) {
-    std::set<std::string> formats;
-    for (const BundleKey& key : bundles) formats.insert(key.substr(0, key.find('/')));
-    if (formats.size() != 1) throw std::runtime_error("Use one format per package");
-    return *formats.begin();
+    std::set<std::string> found;
+    for (const BundleKey& key : bundles) found.insert(key.substr(0, key.find('/')));
+    if (found.size() != 1) throw std::runtime_error("Use one format per package");
+    return *found.begin();
 }
 
 std::set<BundleKey> knownbundles(const std::string& product, const std::string& format) {

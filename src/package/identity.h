@@ -1,14 +1,19 @@
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "package/manifest.h"
 
 // The name of a format's directory, "/" and a bundle's name, such as VST3/MarbrelHD.vst3: one
 // bundle's identity, and its relative path in every tree that the system handles.
 using BundleKey = std::string;
+
+inline constexpr std::array<std::string_view, 2> products = {"Marbrel", "Quellotrone"};
+inline constexpr std::array<std::string_view, 2> formats = {"VST3", "Components"};
 
 // Takes the package's manifest and gives the bundles that it names.
 // Fails with "Missing bundle", "Unexpected format", "Unexpected bundle identity" or

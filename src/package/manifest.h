@@ -17,7 +17,8 @@ using Manifest = std::map<std::string, std::string>;
 Manifest read(const std::filesystem::path& file);
 
 // Takes a reader of a manifest, such as `read`, and the path to read. Gives the manifest, or an
-// empty one when the reader fails.
+// empty one when the reader fails with a runtime error, the system's own or the file system's.
+// Other failures, such as a lack of memory, pass through.
 Manifest readorempty(Manifest reader(const std::filesystem::path&),
                      const std::filesystem::path& path);
 
