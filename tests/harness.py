@@ -6,6 +6,7 @@ import re
 import shutil
 import subprocess
 from pathlib import Path
+from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parent.parent
 # Nothing of the caller's: no variable of theirs may decide how a test ends.
@@ -19,6 +20,14 @@ LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
 
 NAMES = re.findall(r'"(\w+\.(?:vst3|component))"',  # the bundles that the installer knows
                    (ROOT / "src/package/identity.cpp").read_text())
+
+
+class Ended(NamedTuple):
+    """How a command ended; a library's words on standard error are cut to LIBRARY."""
+
+    status: int
+    out: str
+    err: str
 
 
 def failed(message):
@@ -102,13 +111,13 @@ class Studio:
         return (self.place / "calls").read_text(errors="surrogateescape").splitlines()
 
     def run(self, *command, environment={}, **more):
-        """Runs a command; gives its exit status and streams, of a library's words the head."""
+        """Runs a command to its end, a minute at most."""
         ended = subprocess.run(command, **{
-            "cwd": self.place, "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
+            "timeout": 60, "cwd": self.place, "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
             "stderr": subprocess.PIPE, "text": True, "errors": "surrogateescape",
             "env": ENVIRONMENT | {"HOME": f"{self.place}/home"} | environment} | more)
         library = (ended.stderr or "").startswith(LIBRARY)
-        return ended.returncode, ended.stdout, f"{LIBRARY}\n" if library else ended.stderr
+        return Ended(ended.returncode, ended.stdout, f"{LIBRARY}\n" if library else ended.stderr)
 
     def command(self, program="installer"):
         """What runs one of the programs under test: the shipped ones but for the path of lsof."""
