@@ -13,8 +13,8 @@ from harness import INSTALLED, LOADED, READY, RECEIPT, disk, failed, files, line
 def test_holds_in_any_surroundings(installed, prepare):
     for answer, status in ("echo; head -c 200000 /dev/zero", 0), ("echo >&2", 3):
         installed.lsof({1: answer})
-        assert installed.on("2", "--dry-run", preexec_fn=prepare)[0] == status
-    assert installed.on("2", preexec_fn=prepare)[0] == 0
+        assert installed.on("2", "--dry-run", preexec_fn=prepare).status == status
+    assert installed.on("2", preexec_fn=prepare).status == 0
     assert (installed.support / RECEIPT).read_text() == lines(files(2))
 
 
@@ -23,7 +23,7 @@ def test_holds_in_any_surroundings(installed, prepare):
 def test_answers_with_its_status_when_nobody_reads(installed, stream, option, status):
     out, into = os.pipe()
     os.close(out)
-    assert installed.on("2", option, **{stream: into})[0] == status
+    assert installed.on("2", option, **{stream: into}).status == status
     os.close(into)
 
 
@@ -44,7 +44,7 @@ def test_signals_end_a_run_before_the_commit_and_wait_during_it(installed, numbe
     # Tests that run in the background may have been started with it ignored.
     default = {"preexec_fn": lambda: signal.signal(number, signal.SIG_DFL)}
     installed.lsof({2: f"kill -{number:d} $PPID"})
-    assert installed.on("2", **default)[0] == -number
+    assert installed.on("2", **default).status == -number
     installed.lsof({3: f"kill -{number:d} $PPID"})
     assert installed.on("2", **default)[1].startswith(INSTALLED)
     # One that ends a hanging check as well rolls the run back.

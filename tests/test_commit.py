@@ -7,7 +7,6 @@ import pytest
 from harness import HD, LIBRARY, LOADED, LOW, RECEIPT, disk, files, lines
 
 REMOVE = "--remove"
-REFUSED = "Symlink path refused: {}/r/support/"
 STALE = "Stale transaction receipt preserved; contact support"
 MISMATCH = "Installed readback mismatch"
 # What the pieces of shell need: the transaction directory and an area of it, and the bundles.
@@ -23,7 +22,6 @@ def last(studio, area):
 
 @pytest.mark.parametrize("call, change, options, message, failed, staged", [
     # Before the commit region: the transaction directory, the backup and the staged copy.
-    (2, "mv r/support/Backups b; ln -s ../../b r/support/Backups", [], f"{REFUSED}Backups", [], []),
     (2, "echo >$plugins/$Low/x", [REMOVE], "Backup verification failed", [], []),
     (2, "echo >$payload/$Low/x", [], "Stage verification failed", [], [HD, LOW]),
     (2, "mkfifo $payload/$Low/x", [], LIBRARY, [], [HD, LOW]),
@@ -34,7 +32,7 @@ def last(studio, area):
     (4, "mv $staged/$Low gone", [], LIBRARY, [HD], []),
     (3, "echo >$staged/$HD/x", [], MISMATCH, [HD], [LOW]),
     (4, "echo >$receipt.tmp", [], STALE, [HD, LOW], []),
-    (4, "ln -s no $receipt.tmp", [], f"{REFUSED}{RECEIPT}.tmp", [HD, LOW], []),
+    (4, "ln -s no $receipt.tmp", [], f"Symlink path refused: {{}}/r/support/{RECEIPT}.tmp", [HD, LOW], []),
     (4, "mkdir $t/removed-receipt.sha256", [REMOVE], LIBRARY, [], []),
     # What stands at the receipt's path is never replaced.
     (4, "echo >$t/previous-receipt.sha256; exit 0", [], LOADED, [HD], [LOW]),

@@ -64,7 +64,7 @@ def test_copies_of_a_package_that_may_only_be_read(studio):
     (studio.place / "r").mkdir()
     (studio.place / "r").chmod(0o777)
     for _ in "install", "reinstall":
-        assert studio.plain("p", umask=0o027)[0] == 0
+        assert studio.plain("p", umask=0o027).status == 0
     copies = [studio.plugins / HD, *studio.support.glob(f"Backups/*/verified-backup/{HD}")]
     assert [bits(copy) for copy in copies] == 2 * [
         {".": "750", "MacOS": "700", "MacOS/a": "4557", "b": "446"}]

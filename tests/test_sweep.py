@@ -141,7 +141,7 @@ def test_memory_is_refused(sweep):
 @pytest.mark.parametrize("tries", range(3))
 def test_a_run_is_killed(sweep, tries):
     for number in sweep.numbers(CHANGES):
-        assert sweep.again(KILL_CALL=number)[0] == -9
+        assert sweep.again(KILL_CALL=number).status == -9
         if tries == 2:  # the first of them is killed as well
             sweep.run(KILL_CALL=number)
         if tries and sweep.state() == sweep.start:
@@ -162,7 +162,7 @@ def test_a_repair_is_killed(sweep):
         for rename in (place for place, call in enumerate(calls, 1) if call.startswith("rename")):
             sweep.again(KILL_CALL=number)
             before = sweep.files()
-            assert sweep.repair("--back", KILL_CALL=rename)[0] == -9
+            assert sweep.repair("--back", KILL_CALL=rename).status == -9
             sweep.look()
             assert (sweep.repair("--back")[0], sweep.state()) == (0, sweep.start), (number, rename)
             assert before <= sweep.files()
