@@ -25,30 +25,27 @@
 
 extern "C" void* __libc_malloc(std::size_t size);
 
-static long failing, error, killing, starving, listing, shortest, still, calls, requests;
+static long calls, requests;
 
 static long number(const char* variable) {
     const char* const value = std::getenv(variable);
     return value == nullptr ? 0 : std::atol(value);
 }
 
-__attribute__((constructor)) static void start() {
-    failing = number("FAIL_CALL");
-    error = number("FAIL_WITH");
-    killing = number("KILL_CALL");
-    starving = number("FAIL_MALLOC");
-    listing = number("LIST_CALLS");
-    shortest = number("SHORT_READS");
-    still = number("STILL_CLOCK");
-    calls = requests = 0;
-    unsetenv("LD_PRELOAD");  // not for the children
-}
+static const long failing = number("FAIL_CALL");
+static const long error = number("FAIL_WITH");
+static const long killing = number("KILL_CALL");
+static const long listing = number("LIST_CALLS");
+static const long starving = number("FAIL_MALLOC");
+static const long shortest = number("SHORT_READS");
+static const long still = number("STILL_CLOCK");
+static const int alone = unsetenv("LD_PRELOAD");  // not for the children
 
 static bool fails(const char* name) {
     ++calls;
     const long before = requests;
     if (listing != 0) dprintf(2, "%s %ld\n", name, before);
-    requests = before;  // printing asks for memory, too
+    requests = before;  // to print asks for memory, too
     if (calls == killing) raise(SIGKILL);
     if (calls == failing) errno = error == 0 ? EIO : static_cast<int>(error);
     return calls == failing;
