@@ -18,24 +18,21 @@ def test_holds_in_any_surroundings(installed, prepare):
     assert (installed.support / RECEIPT).read_text() == lines(files(2))
 
 
-@pytest.mark.parametrize("stream, option, status", [
-    ("stdout", "--dry-run", 0), ("stderr", "--bad", 3)])
-def test_answers_with_its_status_when_nobody_reads(installed, stream, option, status):
+def test_answers_with_its_status_when_nobody_reads(installed):
     out, into = os.pipe()
     os.close(out)
-    assert installed.on("2", option, **{stream: into}).status == status
+    assert installed.on("2", "--dry-run", stdout=into).status == 0
+    assert installed.on("2", "--bad", stderr=into).status == 3
     os.close(into)
 
 
-@pytest.mark.skipif(not os.path.exists("/proc/self/fd"), reason="no list of descriptors here")
 def test_what_the_child_gets(installed):
-    installed.lsof({1: "(readlink /proc/$$/fd/[0-9]; cat; echo $ORVELLINE) >seen"})
+    # Its standard output is discarded; all else it has from us.
+    installed.lsof({1: "cat >seen; echo $ORVELLINE | tee -a seen"})
     with open(installed.place / "1/PRODUCT.txt") as file:
         assert installed.on("1", "--dry-run", stdin=file,
                             environment={"ORVELLINE": "variable"}) == READY
-    stdin, stdout, stderr, *rest = (installed.place / "seen").read_text().splitlines()
-    assert (stdin, stdout, stderr[:5]) == (file.name, "/dev/null", "pipe:")
-    assert rest == ["Marbrel", "variable"]
+    assert (installed.place / "seen").read_text() == "Marbrel\nvariable\n"
 
 
 @pytest.mark.parametrize("number", [

@@ -151,10 +151,3 @@ def test_a_line_without_an_end(studio):
     limit = resource.RLIMIT_AS, (1 << 30, 1 << 30)
     assert studio.on("p", preexec_fn=lambda: resource.setrlimit(*limit)) == failed(
         "Malformed manifest")
-
-
-def test_a_fifo_is_waited_for(studio):
-    manifest = studio.package("p", ONE) / "CONTENTS.sha256"
-    studio.sh(f"mv {manifest} real; mkfifo {manifest}")
-    command = f"{shlex.join(studio.command())} --package p --test-root r --dry-run"
-    assert studio.sh(f"cat real >{manifest} & exec {command}") == studio.ends("")
