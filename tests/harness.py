@@ -113,8 +113,8 @@ class Studio:
     def run(self, *command, environment={}, **more):
         """Runs a command to its end, a minute at most."""
         ended = subprocess.run(command, **{
-            "timeout": 60, "cwd": self.place, "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
-            "stderr": subprocess.PIPE, "text": True, "errors": "surrogateescape",
+            "cwd": self.place, "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
+            "stderr": subprocess.PIPE, "text": True, "errors": "surrogateescape", "timeout": 60,
             "env": ENVIRONMENT | {"HOME": f"{self.place}/home"} | environment} | more)
         library = (ended.stderr or "").startswith(LIBRARY)
         return Ended(ended.returncode, ended.stdout, f"{LIBRARY}\n" if library else ended.stderr)
