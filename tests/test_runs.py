@@ -7,23 +7,20 @@ from harness import HD, INSTALLED, LOADED, LOW, READY, RECEIPT, bits, disk, fail
 def test_what_each_kind_of_run_leaves(studio):
     payload = {name: disk(studio.package(name, files(name)) / "payload") for name in ("one", "two")}
     empty = {"staged": "directory", "staged/VST3": "directory"}
-
-    def kept(name):
-        return {area: "directory" for area in ("original", "verified-backup")} | {
-            f"{area}/{path}": entry for path, entry in payload[name].items()
-            for area in ("original", "verified-backup")}
-
+    kept = {name: {f"{area}/{path}".strip("/"): entry
+                   for path, entry in ({"": "directory"} | payload[name]).items()
+                   for area in ("original", "verified-backup")} for name in payload}
     assert disk(studio.done("one")) == empty
     assert studio.asked() == []
     # An upgrade, a reinstall, a downgrade: each replaces what was there.
     for old, new in ("one", "two"), ("two", "two"), ("two", "one"):
         studio.lsof()
-        assert disk(studio.done(new)) == empty | kept(old) | {
+        assert disk(studio.done(new)) == empty | kept[old] | {
             "previous-receipt.sha256": lines(files(old)).encode()}
         assert disk(studio.plugins) == payload[new]
         assert (studio.support / RECEIPT).read_text() == lines(files(new))
         assert studio.asked() == [f"-n {studio.plugins}/{key}/MacOS/a" for key in (HD, LOW) * 2]
-    assert disk(studio.done("one", "--remove")) == kept("one") | {
+    assert disk(studio.done("one", "--remove")) == kept["one"] | {
         "removed-receipt.sha256": lines(files("one")).encode()}
     assert disk(studio.plugins) == {"VST3": "directory"}
     assert disk(studio.done("one", "--remove")) == {}
