@@ -48,6 +48,7 @@ std::set<BundleKey> bundlesof(const Manifest& manifest) {
 std::string productof(const std::filesystem::path& package) {
     std::array<char, 64> block;  // a first line that is longer is no product
     std::string text;
+    text.reserve(2 * block.size());  // nothing may fail while the file is open
     const int descriptor = openread(package / "PRODUCT.txt");
     for (long got; text.size() < block.size() && text.find('\n') == std::string::npos &&
                    (got = readblock(descriptor, block.data(), block.size())) > 0;)

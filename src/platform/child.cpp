@@ -18,7 +18,7 @@ extern char** environ;  // NOLINT(readability-redundant-declaration): not every 
 // are the child's, and lets it close when a program is started. Gives -1 when that fails, also when
 // the old number cannot be closed: the other end would then never be at its end.
 static int lift(int descriptor) {
-    const int lifted = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
+    const int lifted = again([&] { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3); });
     return closefile(descriptor) ? lifted : -1;
 }
 
@@ -55,7 +55,7 @@ ChildEnd runchild(const char* program, const std::vector<std::string>& arguments
 
     ChildEnd result;
     std::array<int, 2> ends;
-    if (::pipe(ends.data()) != 0) return result;
+    if (again([&] { return ::pipe(ends.data()); }) != 0) return result;
     const int reading = lift(ends[0]);
     const int writing = lift(ends[1]);
     // Were it still ignored from outside, the child's status would be gone before it is asked for.
