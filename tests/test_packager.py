@@ -1,72 +1,80 @@
 """Makes packages with tools/make-package, and tries what it has to refuse."""
 
-import os
-import tarfile
+import signal
 
 import pytest
-from harness import ENVIRONMENT, ROOT, bits, disk
+from harness import ENVIRONMENT, READY, ROOT, bits, disk
 
 pytestmark = pytest.mark.once
-HD = "Marbrel VST3 b/MarbrelHD.vst3 out"
-TWO = "Marbrel VST3 b/* c/* out"
-# The last one has every byte that a name can hold, but for CR, and for letters twice.
-ODD = ["-", " a ", "x\\ny", "*", "d/-/\t", ".b",
-       os.fsdecode(bytes(set(range(1, 256)) - set(b"\n\r/" + bytes(range(65, 91)))))]
+# A bundle, a key that signs, and "tool", which makes a stand-in for a program.
+PREPARED = """B=b/MarbrelHD.vst3; mkdir -p bin $B; echo 1 >$B/a; ssh-keygen -qt ed25519 -N '' -f key
+tool() { printf '#!/bin/sh\\n%s\\n' "$1" >bin/$2; chmod +x bin/$2; }"""
+INSTALLER = "installer-under-test"
+VERIFIED = f"{READY[1].strip()}\"' {INSTALLER}"
+HD = "Marbrel VST3 $B out"
+SIGNED = "--archive --sign key Marbrel VST3 $B out"
+# Every character of ASCII that a name may have, but for letters twice; and what sorts in odd ways.
+ODD = ["".join(chr(code) for code in range(1, 128) if chr(code) not in "\n\r/" and
+               not chr(code).isupper()), "-", "d/-/ä", "d-/x\\ny", ".b"]
 
 
 def make(studio, arguments, preparation):
     """Runs make-package after some preparation, both given as shell words."""
     return studio.sh(f'{preparation}\nexec "$PROGRAM" {arguments}', environment={
         "PATH": f"{studio.place}/bin:{studio.build}/tests:{ENVIRONMENT['PATH']}",
-        "PROGRAM": f"{ROOT}/tools/make-package", "ORVELLINE_INSTALLER": "installer-under-test"})
+        "PROGRAM": f"{ROOT}/tools/make-package", "ORVELLINE_INSTALLER": INSTALLER})
 
 
 @pytest.mark.parametrize("preparation, arguments, message", [
-    ("mkdir out", HD, "already exists: {}/out"),
-    ("mv b/* c/d; ln -s ../c/d b/MarbrelHD.vst3", HD, "symbolic link: {}/b/MarbrelHD.vst3"),
-    ("mv c/* c/Quellotrone.vst3", TWO, "no bundle of Marbrel in VST3: Quellotrone.vst3"),
-    ("mv c/* c/MarbrelHD.vst3", TWO, "given twice: MarbrelHD.vst3"),
-    ("cd b/*; mkdir y; ln -s none y/l", HD, "symbolic link: {}/b/MarbrelHD.vst3/y/l"),
-    ("cd b/*; touch .DS_Store", HD, "left by a file manager: {}/b/MarbrelHD.vst3/.DS_Store"),
-    ("cd b/*; mkdir y; touch y/._a", HD, "left by a file manager: {}/b/MarbrelHD.vst3/y/._a"),
-    ("cd b/*; touch \"$(printf 'x\\ny')\"", HD, "newline in a name: {}/b/MarbrelHD.vst3/x"),
-    ("cd b/*; touch \"$(printf 'x\\r')\"", HD, "carriage return at the end of a name: {}/b/"),
-    ("cd b/*; mkfifo f", HD, "neither file nor directory: {}/b/MarbrelHD.vst3/f"),
-    ("rm -r b/*; touch b/MarbrelHD.vst3", HD, "no directory: {}/b/MarbrelHD.vst3"),
-    ("rm b/*/a", HD, "empty bundle: {}/b/MarbrelHD.vst3"),
-    ("cd b/*; touch A", HD, "names that differ in case alone: vst3/marbrelhd.vst3/a"),
-    ("chmod 377 b/*/a", HD, "not readable by its owner: {}/b/MarbrelHD.vst3/a"),
-    ("chmod 577 b/*", HD, "not writable by its owner: {}/b/MarbrelHD.vst3"),
-    ("mkdir bin; ln -s /bin/false bin/installer-under-test", HD, "refused by installer-under-test"),
-])
-def test_refuses_and_leaves_nothing_behind(studio, preparation, arguments, message):
-    studio.sh("mkdir b c b/MarbrelHD.vst3 c/MarbrelLowCPU.vst3; "
-              f"tee b/MarbrelHD.vst3/a c/MarbrelLowCPU.vst3/a; {preparation}")
-    before = sorted(studio.place.iterdir())
-    status, out, err = make(studio, arguments, "")
-    assert (status, out, err.count("\n")) == (1, "", 1)
-    assert f"tools/make-package: {message.format(studio.place)}" in err
-    assert sorted(studio.place.iterdir()) == before
+    # Another run comes first, after the first look.
+    (f"tool 'mkdir o; echo \"{VERIFIED}", "Marbrel VST3 $B o", "already exists: {0}/o"),
+    (f"tool '>o; echo \"{VERIFIED}", SIGNED[:-2], "already exists: {0}/o"),
+    ("", "Marbrel VST3 $B /", "already exists: /"),
+    ("", "Marbrel VST3 $B $B/out", "inside a bundle: {0}/b/MarbrelHD.vst3/out"),
+    ("", "Marbrel VST3 $B --archive", "options stand before the product: --archive"),
+    ("", "Marbrel VST3 $B b/../$B/ out", "given twice: MarbrelHD.vst3"),
+    ("mv $B d; ln -s ../d $B", HD, "symbolic link: {0}/b/MarbrelHD.vst3"),
+    ("mkfifo $B/f", HD, "neither file nor directory: {0}/b/MarbrelHD.vst3/f"),
+    ("mkdir $B/y; touch $B/y/._a", HD, "left by a file manager: {0}/b/MarbrelHD.vst3/y/._a"),
+    ("touch \"$(printf '%s/x\\ny' $B)\"", HD, "newline in a name: {0}/b/MarbrelHD.vst3/x\\ny"),
+    ("touch \"$(printf '%s/\\377' $B)\"", HD, "name not in UTF-8: {0}/b/MarbrelHD.vst3/\udcff"),
+    ("touch $B/e\u0301 $B/\u00c9", HD, "names that differ in case or composition alone: "
+     "{0}/b/MarbrelHD.vst3/e\u0301 and {0}/b/MarbrelHD.vst3/\u00c9"),
+    ("chmod 377 $B/a", HD, "not readable by its owner: {0}/b/MarbrelHD.vst3/a"),
+    ("ulimit -f 0", HD, "File too large: out"),
+    ("ORVELLINE_INSTALLER=true", HD, "refused by true: it is no installer"),
+    (f"tool 'echo 1 >&2; echo 2 >&2; exit 1' {INSTALLER}", HD, f"refused by {INSTALLER}: 2"),
+    ("tool 'exit 4' ssh-keygen", SIGNED, "refused by ssh-keygen: status 4"),
+    *((f"tool 'kill -{end} $PPID' {INSTALLER}", HD, end) for end in "HUP INT QUIT TERM".split())])
+def test_leaves_one_line_or_the_signal_and_nothing_else(studio, preparation, arguments, message):
+    number = getattr(signal, f"SIG{message}", -1)
+    said = "" if number > 0 else f"tools/make-package: {message.format(studio.place)}\n"
+    assert make(studio, arguments, f"{PREPARED}\n{preparation}") == (-number, "", said)
+    assert [left for part in (".make*", "out*", "o.*", "o/*") for left in studio.place.rglob(part)
+            ] == []
 
 
-@pytest.mark.parametrize("tar", ["tar", "bsdtar"])
-def test_same_bundles_same_bytes(studio, tar):
-    names = [*(f"HD.vst3/{name}" for name in ODD), "LowCPU.vst3/m/n", "LowCPU.vst3/m-n"]
-    want = studio.package("-1", {f"VST3/Marbrel{name}": ascii(name) for name in names})
-    # The same bundles once more, but for bits, dates and owner.
-    studio.sh(f"mkdir bin; ln -s /usr/bin/{tar} bin/tar; cd ./-1; chmod -R u=rwX,go=rX .; "
-              "cd payload/VST3; mkdir MarbrelHD.vst3/empty; chmod 705 MarbrelHD.vst3/empty; "
-              "umask 077; cp -R . ../../../2; chmod 664 MarbrelHD.vst3/.b; "
-              "find . -exec touch -d @9 {} +; chown -R 7 . || :")
-    for arguments, preparation, proof in (
-            ("Marbrel VST3 -1/payload/VST3/* -o", "umask 077; unset ORVELLINE_INSTALLER; "
-             'cp "$PROGRAM" bin; export CDPATH=. PROGRAM=bin/make-package', "not tried, as"),
-            ("--archive Marbrel VST3 -1/payload/VST3/* -one", "", "verified by"),
-            ("--archive Marbrel VST3 ./MarbrelLowCPU.vst3// MarbrelHD.vst3/ ../two", "cd 2; "
-             "umask 077; export LC_ALL=C.UTF-8 GZIP=-1 TAR_OPTIONS=-v TZ=EST5", "verified by")):
-        status, out, err = make(studio, arguments, preparation)
-        assert (status, err) == (0, "") and f": {proof}" in out
-    assert disk(studio.place / "-o") == disk(want) and bits(studio.place / "-o") == bits(want)
+def test_same_bundles_same_bytes(studio):
+    want = studio.package("-1", {**{f"VST3/MarbrelHD.vst3/{name}": ascii(name) for name in ODD},
+                                 "VST3/MarbrelLowCPU.vst3/m": "m"})
+    # The same bundles once more, but for bits and dates; and a build that is reached by a link.
+    ended = studio.sh(f"""{PREPARED}\nchmod -R u=rwX,go=rX ./-1; cd ./-1/payload/VST3
+    mkdir MarbrelHD.vst3/empty; chmod 755 MarbrelHD.vst3/.b; cp -R . ../../../2; cd ../../../2
+    chmod 7777 MarbrelHD.vst3/empty; chmod 4710 MarbrelHD.vst3/.b; chmod 666 MarbrelHD.vst3/-
+    find . -exec touch -d @9 {{}} +; cd ..; mkdir -p t/tools t/build/release
+    cp '{ROOT}/tools/make-package' t/tools; ln -s ../t/tools/make-package bin
+    ln -s '{studio.build}/tests/installer-under-test' t/build/release/orvelline-installer""")
+    assert ended == (0, "", "")
+    own = "verified by {0}/t/build/release/orvelline-installer"
+    for arguments, preparation, said in (
+            ("Marbrel VST3 2/* -o", "umask 077", f"{{0}}/-o: verified by {INSTALLER}\n"),
+            ("--archive Marbrel VST3 -1/payload/VST3/* -one", "PROGRAM=bin/make-package; unset "
+             "ORVELLINE_INSTALLER", f"{{0}}/-one: {own}\n"),
+            ("--archive --sign ../key Marbrel VST3 ./MarbrelLowCPU.vst3// M*HD.vst3 ../two >&-",
+             "cd 2; umask 077; export LC_ALL=C GZIP=-1 TZ=EST5", "")):
+        assert make(studio, arguments, preparation) == (0, said.format(studio.place), "")
+    assert (disk(studio.place / "-o"), bits(studio.place / "-o")) == (disk(want), bits(want))
     assert (studio.place / "-one").read_bytes() == (studio.place / "two").read_bytes()
-    with tarfile.open(studio.place / "-one") as archive:
-        assert archive.getnames() == sorted(archive.getnames())
+    assert studio.sh("""echo "maker $(cat key.pub)" >signers
+    ssh-keygen -q -Y verify -f signers -I maker -n orvelline-package -s two.sig <two""") == (
+        0, "", "")
