@@ -160,4 +160,4 @@ class Studio:
 
     def sh(self, code, **more):
         """Runs a piece of shell that stops at the first command that fails."""
-        return self.run("sh", "-eu", "-c", code, **more)
+        return self.run("sh", "-eu", "-c", code, **{"timeout": 900} | more)

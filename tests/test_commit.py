@@ -10,6 +10,7 @@ REMOVE = "--remove"
 STALE = "Stale transaction receipt preserved; contact support"
 MISMATCH = "Installed readback mismatch"
 LINK = f"Symlink path refused: {{}}/r/support/{RECEIPT}.tmp"
+LINK_IN_USE = "printf '#!/bin/sh\ncase $2 in */x) exit 0; esac; exit 1' >lsof"
 # What the pieces of shell need: the transaction directory and an area of it, and the bundles.
 WORDS = f"""t=$(echo r/support/Backups/*); t=${{t##* }} staged=$t/staged plugins=r/plugins
 payload=2/payload receipt=r/support/{RECEIPT} HD={HD} Low={LOW}; """
@@ -26,7 +27,8 @@ def last(studio, area):
     (2, "echo >$plugins/$Low/x", [REMOVE], "Backup verification failed", [], []),
     (2, "echo >$payload/$Low/x", [], "Stage verification failed", [], [HD, LOW]),
     (2, "mkfifo $payload/$Low/x", [], LIBRARY, [], [HD, LOW]),
-    # Inside: each step of each bundle.
+    # Inside: each step of each bundle. A link to a file is asked about under its own name.
+    (3, f"ln -s a $plugins/$Low/MacOS/x; {LINK_IN_USE}", [], LOADED, [HD], [LOW]),
     (4, "exit 0", [], LOADED, [HD], [LOW]),
     (4, "exit 0", [REMOVE], LOADED, [], []),
     (4, "echo >$plugins/$Low/x", [], "Plugin changed during transaction", [HD], [LOW]),
