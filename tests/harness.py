@@ -2,7 +2,6 @@
 
 import hashlib
 import os
-import re
 import shutil
 import subprocess
 from pathlib import Path
@@ -17,9 +16,6 @@ READY = (0, "READY: verified package; no files changed\n", "")
 INSTALLED, REMOVED = "INSTALLED; rollback backup: ", "REMOVED to backup: "
 LIBRARY = "filesystem error"
 LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
-
-NAMES = re.findall(r'"(\w+\.(?:vst3|component))"',  # the bundles that the installer knows
-                   (ROOT / "src/package/identity.cpp").read_text())
 
 
 class Ended(NamedTuple):
@@ -71,16 +67,6 @@ def write(file, content):
     return file
 
 
-def blocks(document):
-    """The shell commands of a document: pairs of the heading above and the fenced sh block."""
-    pairs, heading = [], ""
-    for title, code in re.findall(r"^#+ ([^\n]*)$|^```sh\n(.*?)\n```$",
-                                  (ROOT / document).read_text(), re.M | re.S):
-        pairs += [(heading, code)] if code else []
-        heading = title or heading
-    return pairs
-
-
 class Studio:
     """A directory in which the programs run, with "home" as HOME and ./lsof as the load check."""
 
@@ -92,12 +78,10 @@ class Studio:
 
     def package(self, name, files, product="Marbrel"):
         """Makes a package of some files; gives its directory."""
-        package = self.place / name
         for path, content in files.items():
-            write(package / "payload" / path, content)
-        write(package / "CONTENTS.sha256", lines(files))
-        write(package / "PRODUCT.txt", f"{product}\n")
-        return package
+            write(self.place / name / "payload" / path, content)
+        write(self.place / name / "CONTENTS.sha256", lines(files))
+        return write(self.place / name / "PRODUCT.txt", f"{product}\n").parent
 
     def lsof(self, calls={}):
         """Makes the stand-in for lsof. Its n-th call runs calls[n] in sh, or says "not loaded"."""
@@ -108,7 +92,7 @@ class Studio:
 
     def asked(self):
         """The command lines that the stand-in for lsof has got."""
-        return (self.place / "calls").read_text(errors="surrogateescape").splitlines()
+        return (self.place / "calls").read_text().splitlines()
 
     def run(self, *command, environment={}, **more):
         """Runs a command to its end, a minute at most."""
@@ -144,15 +128,14 @@ class Studio:
     def done(self, package, *options):
         """Runs the installer to a good end; gives the transaction directory that it names."""
         status, out, err = self.on(package, *options)
-        head = f"{REMOVED if options else INSTALLED}{self.support}/Backups/"
-        assert (status, out[:len(head)], out[-1:], err) == (0, head, "\n", "")
-        return self.support / "Backups" / out[len(head):-1]
+        head, _, name = out.partition(f"{self.support}/Backups/")
+        assert (status, head, name[-1:], err) == (0, REMOVED if options else INSTALLED, "\n", "")
+        return self.support / "Backups" / name[:-1]
 
     def faulty(self, **variables):
         """What more a run takes to have faults in its calls, as tests/faults.cpp knows them."""
-        return {"environment": {"LD_LIBRARY_PATH": f"{self.build}/tests",
-                                "LD_PRELOAD": "libfaults.so"} |
-                {name: str(value) for name, value in variables.items()}}
+        return {"environment": {name: str(value) for name, value in variables.items()} |
+                {"LD_LIBRARY_PATH": f"{self.build}/tests", "LD_PRELOAD": "libfaults.so"}}
 
     def ends(self, message):
         """The end of a run that fails with this, "{}" being our place; without, of a dry run."""

@@ -4,7 +4,7 @@ import os
 import signal
 
 import pytest
-from harness import INSTALLED, LOADED, READY, RECEIPT, disk, failed, files, lines
+from harness import INSTALLED, LOADED, RECEIPT, disk, failed, files, lines
 
 
 @pytest.mark.parametrize("prepare", [
@@ -23,15 +23,6 @@ def test_answers_with_its_status_when_nobody_reads(installed):
     assert installed.on("2", "--dry-run", stdout=into).status == 0
     assert installed.on("2", "--bad", stderr=into).status == 3
     os.close(into)
-
-
-def test_what_the_child_gets(installed):
-    # Its standard output is discarded; all else it has from us.
-    installed.lsof({1: "cat >seen; echo $ORVELLINE | tee -a seen"})
-    with open(installed.place / "1/PRODUCT.txt") as file:
-        assert installed.on("1", "--dry-run", stdin=file,
-                            environment={"ORVELLINE": "variable"}) == READY
-    assert (installed.place / "seen").read_text() == "Marbrel\nvariable\n"
 
 
 @pytest.mark.parametrize("number", [

@@ -5,7 +5,8 @@ import re
 import shutil
 
 import pytest
-from harness import ROOT, blocks, disk, write
+from harness import ROOT, disk, write
+from test_documents import blocks
 
 pytestmark = [pytest.mark.once, pytest.mark.long]
 # studio-2 refuses its first try, and studio-1 each one until studio-2 has the upgrade.

@@ -27,17 +27,6 @@ def test_what_each_kind_of_run_leaves(studio):
     assert [path.name for path in studio.support.iterdir()] == ["Backups"]
 
 
-def test_products_and_formats_are_apart(studio):
-    for name, keys in {
-            "Marbrel-VST3": [HD, LOW], "Quellotrone-VST3": ["VST3/Quellotrone.vst3"],
-            "Marbrel-Components": [f"Components/Marbrel{i}AU.component" for i in ("HD", "LowCPU")],
-            "Quellotrone-Components": ["Components/QuellotroneAU.component"]}.items():
-        product = name.partition("-")[0]
-        studio.package(name, files(1, *keys), product)
-        assert studio.done(name).name.startswith(f"{product}-")
-        assert (studio.support / f"{name}.sha256").read_text() == lines(files(1, *keys))
-
-
 def test_asks_about_every_file_directly_in_a_macos_directory(studio):
     asked = ["Contents/MacOS/a", "Contents/MacOS/data.txt", "MacOS/a", "A/Versions/A/MacOS/a"]
     studio.package("p", {f"{HD}/{path}": "" for path in [
