@@ -2,7 +2,6 @@
 
 import hashlib
 import os
-import shutil
 import subprocess
 from pathlib import Path
 from typing import NamedTuple
@@ -114,16 +113,6 @@ class Studio:
     def on(self, package, *options, **more):
         """Runs the installer on a package, with "r" as test root."""
         return self.tool("--package", package, "--test-root", "r", *options, **more)
-
-    def plain(self, package, *options, **more):
-        """The same without root's rights, so that permission bits count."""
-        # The build may lie where nobody else can go.
-        self.place.chmod(0o755)
-        program = shutil.copy(self.command()[-1], self.place / "program")
-        if os.geteuid() == 0:
-            more |= {"user": 65534, "group": 65534, "extra_groups": []}
-        return self.run(*self.emulator, program, "--package", package, "--test-root", "r",
-                        *options, **more)
 
     def done(self, package, *options):
         """Runs the installer to a good end; gives the transaction directory that it names."""

@@ -1,7 +1,8 @@
 """Whole runs that nothing disturbs: what each kind leaves on disk, and what it asks lsof."""
 
 import pytest
-from harness import HD, INSTALLED, LOADED, LOW, READY, RECEIPT, bits, disk, failed, files, lines
+from harness import (HD, INSTALLED, LIBRARY, LOADED, LOW, READY, RECEIPT, bits, disk, failed, files,
+                     lines)
 
 
 def test_what_each_kind_of_run_leaves(studio):
@@ -47,10 +48,8 @@ def test_copies_of_a_package_that_may_only_be_read(studio):
     bundle = studio.package("p", files(1, HD)) / "payload" / HD
     for path, mode in {"MacOS/a": 0o4557, "b": 0o446, "MacOS": 0o707, "": 0o555}.items():
         (bundle / path).chmod(mode)
-    (studio.place / "r").mkdir()
-    (studio.place / "r").chmod(0o777)
     for _ in "install", "reinstall":
-        assert studio.plain("p", umask=0o027).status == 0
+        assert studio.on("p", umask=0o027).status == 0
     copies = [studio.plugins / HD, *studio.support.glob(f"Backups/*/verified-backup/{HD}")]
     assert [bits(copy) for copy in copies] == 2 * [
         {".": "750", "MacOS": "700", "MacOS/a": "4557", "b": "446"}]
@@ -58,11 +57,19 @@ def test_copies_of_a_package_that_may_only_be_read(studio):
 
 @pytest.mark.once
 def test_calls_that_behave_in_odd_ways(installed):
-    # Some have a message of their own when they fail.
+    # What a verification says when one of its calls fails.
+    calls = installed.on("1", "--dry-run", **installed.faulty(LIST_CALLS=1)).err.splitlines()
+    said = {installed.on("1", "--dry-run", **installed.faulty(FAIL_CALL=number)).err[:-1]
+            for number, _ in enumerate(calls, 1)}
+    assert said == {
+        "", LIBRARY, LOADED, "Load check unavailable", "Read failed", "Unknown product",
+        "Empty manifest", f"Manifest missing: {installed.place}/1/CONTENTS.sha256",
+        f"Manifest missing: {installed.support}/{RECEIPT}", *(
+            f"Cannot read {place}/{key}/{file}" for key in (HD, LOW) for file in ("MacOS/a", "b")
+            for place in (installed.plugins, installed.place / "1/payload"))}
     calls = installed.on("1", **installed.faulty(LIST_CALLS=1)).err.splitlines()
-    for name, message in ("openat creates", "Cannot write receipt"), ("read", "Read failed"):
-        last = max(number for number, call in enumerate(calls, 1) if call.startswith(f"{name} "))
-        assert installed.on("1", **installed.faulty(FAIL_CALL=last)) == failed(message)
+    last = max(number for number, call in enumerate(calls, 1) if "creates" in call)
+    assert installed.on("1", **installed.faulty(FAIL_CALL=last)) == failed("Cannot write receipt")
     # The clock stands still between two runs.
     clock = installed.faulty(STILL_CLOCK=1)
     backup = installed.support / "Backups/Marbrel-5000000000"
