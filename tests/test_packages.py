@@ -24,7 +24,7 @@ def held(archive):
 
 def expected(page, zsh):
     found = {f"share/doc/orvelline-installer/{path.relative_to(ROOT)}": 0o644
-             for pattern in ("*.md", "copyright", "docs/*.md", "examples/fleet/*")
+             for pattern in ("*.md", "copyright", "docs/*.md", "fleet/**/*.*")
              for path in ROOT.glob(pattern)}
     for program in (path.stem for path in ROOT.glob("man/*.1")):
         found |= {f"bin/{program}": 0o755, f"share/man/man1/{program}.{page}": 0o644,

@@ -208,7 +208,8 @@ def scratch(at):
     try:
         yield place
     finally:
-        remove(place)
+        with contextlib.suppress(OSError):
+            remove(place)
 
 
 # Archives
@@ -472,6 +473,7 @@ def install(at, params, check, result):
                 extract(archive, entries, place)
                 bring(at, package, place, params["state"], check, result)
     except Wrong:
+        at.deadline = max(at.deadline, time.monotonic() + GRACE)
         with contextlib.suppress(Wrong):
             result["after"] = result["before"] if check else seen(at, package)
         raise
@@ -540,7 +542,7 @@ def clean(at, params, check, result):
     wanted = {digestof(one) for one in receipts if isinstance(one, dict)} | {params["digest"]}
     if os.path.isdir(at.packages) and not os.path.islink(at.packages):
         old += [f"{at.packages}/{name}" for name in os.listdir(at.packages)
-                if re.fullmatch("[0-9a-f]{64}|unpacked-.*", name) and name not in wanted]
+                if re.fullmatch("[0-9a-f]{64}|unpacked-.*|tool", name) and name not in wanted]
     for path in [] if check else old:
         remove(path)
     result["removed"] = sorted(path for path in old if check or not os.path.lexists(path))
@@ -645,11 +647,12 @@ def signed(at, path, signers):
     signature = f"{path}.sig"
     if not os.path.isfile(signature):
         raise Wrong(f"{path} has no signature at {signature}")
-    code, line = run(at, ["ssh-keygen", "-Y", "find-principals", "-s", signature, "-f", signers])
+    names = ["-f", signers, "-s", signature]
+    code, line = run(at, ["ssh-keygen", "-Y", "find-principals", *names])
     if code == 0:
         with open(path, "rb") as file:
-            code, line = run(at, ["ssh-keygen", "-Y", "verify", "-f", signers, "-I", line, "-n",
-                                  "orvelline-package", "-s", signature], stdin=file)
+            code, line = run(at, ["ssh-keygen", "-Y", "verify", *names, "-I", line.split(",")[0],
+                                  "-n", "orvelline-package"], stdin=file)
     if code != 0:
         raise Wrong(f"{path} has no valid signature of {signers}: {line}")
 
