@@ -651,7 +651,7 @@ def signed(at, path, signers):
     code, line = run(at, ["ssh-keygen", "-Y", "find-principals", *names])
     if code == 0:
         with open(path, "rb") as file:
-            code, line = run(at, ["ssh-keygen", "-Y", "verify", *names, "-I", line.split(",")[0],
+            code, line = run(at, ["ssh-keygen", "-Y", "verify", *names, "-I", line,
                                   "-n", "orvelline-package"], stdin=file)
     if code != 0:
         raise Wrong(f"{path} has no valid signature of {signers}: {line}")
