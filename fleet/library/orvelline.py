@@ -14,6 +14,7 @@ import tarfile
 import tempfile
 import time
 import zlib
+from pathlib import Path
 from types import SimpleNamespace
 
 from ansible.module_utils.basic import AnsibleModule
@@ -291,8 +292,7 @@ def receipt(at, product, form):
     if not os.path.lexists(path):
         return None
     try:
-        with open(path, "rb") as file:
-            return manifest(file.read())
+        return manifest(Path(path).read_bytes())
     except (OSError, ValueError):
         return DAMAGED
 
@@ -481,7 +481,7 @@ def install(at, params, check, result):
         result["changed"] = result.get("after", result["before"]) != result["before"]
 
 
-def status(at, params, result):
+def status(at, params, _check, result):
     result["lines"] = []
     for product, form in BUNDLES:
         found = receipt(at, product, form)
@@ -518,8 +518,8 @@ def formatof(path):
     areas = {form for area in os.listdir(path) for _, form in BUNDLES
              if os.path.isdir(f"{path}/{area}/{form}")}
     for name in "removed-receipt.sha256", "previous-receipt.sha256":
-        with contextlib.suppress(OSError, ValueError), open(f"{path}/{name}", "rb") as file:
-            areas |= {file.split("/")[0] for file in manifest(file.read())}
+        with contextlib.suppress(OSError, ValueError):
+            areas |= {file.split("/")[0] for file in manifest(Path(path, name).read_bytes())}
     return next((form for _, form in BUNDLES if form in areas), "")
 
 
@@ -554,8 +554,8 @@ def clean(at, params, check, result):
 
 def digests(paths):
     """The digest of each program, None where there is none."""
-    return [hashlib.sha256(open(path, "rb").read()).hexdigest() if os.path.isfile(path) else None
-            for path in paths]
+    return [hashlib.sha256(Path(path).read_bytes()).hexdigest() if os.path.isfile(path)
+            else None for path in paths]
 
 
 def attempt(at, paths):
@@ -577,8 +577,9 @@ def toolof(path, entries):
 
 
 def isdeb(path):
-    with open(path, "rb") as file:
+    with contextlib.suppress(OSError), open(path, "rb") as file:
         return file.read(21) == b"!<arch>\ndebian-binary"
+    return False
 
 
 def debian(at, path, place):
@@ -657,7 +658,7 @@ def signed(at, path, signers):
         raise Wrong(f"{path} has no valid signature of {signers}: {line}")
 
 
-def checked(at, params, result):
+def checked(at, params, _check, result):
     given = params["variables"]
     for name, least in NUMBERS.items():
         value = str(given.get(f"orvelline_{name}", least))
@@ -668,12 +669,12 @@ def checked(at, params, result):
         raise Wrong(f"There is no state {state}: it is present, absent or previous")
     needed = params["needed"]
     path = str(given.get(needed or "orvelline_package", ""))
-    if needed and not os.path.isabs(path) or path and not os.path.isabs(path):
+    if (needed or path) and not os.path.isabs(path):
         what = "tool's package or" if needed == "orvelline_tool" else "package's"
         raise Wrong(f"Give the absolute path of the {what} archive, "
                     f"with -e {needed or 'orvelline_package'}=/...")
     if needed == "orvelline_tool":
-        if not os.path.isfile(path) or not isdeb(path):
+        if not isdeb(path):
             toolof(path, opened(path)[1])
     elif path:
         package = packageof(path, *opened(path))
@@ -683,29 +684,23 @@ def checked(at, params, result):
 
 
 def main():
-    path, text, number = {"type": "path"}, {"type": "str"}, "int"
-    module = AnsibleModule(supports_check_mode=True, argument_spec={
-        "state": {"type": "str", "default": "present",
-                  "choices": [*STATES, "status", "clean", "tool", "checked"]},
-        "package": path, "digest": text, "program": path, "test_root": path,
-        "timeout": {"type": number, "default": 600}, "keep": {"type": number, "default": 3},
-        "keep_days": {"type": number, "default": 90}, "variables": {"type": "dict", "default": {}},
-        "needed": {"type": "str", "choices": ["orvelline_package", "orvelline_tool"]}},
-        required_if=[("state", state, ["package"]) for state in [*STATES, "tool"]])
+    number = {"type": "int"}
+    module = AnsibleModule(
+        argument_spec={
+            "state": {"choices": [*STATES, "status", "clean", "tool", "checked"],
+                      "default": "present"},
+            "package": {"type": "path"}, "digest": {}, "program": {"type": "path"},
+            "test_root": {"type": "path"}, "timeout": {**number, "default": 600},
+            "keep": {**number, "default": 3}, "keep_days": {**number, "default": 90},
+            "variables": {"type": "dict", "default": {}},
+            "needed": {"choices": ["orvelline_package", "orvelline_tool"]}},
+        required_if=[("state", state, ["package"]) for state in [*STATES, "tool"]],
+        supports_check_mode=True)
+    acts = {"status": status, "clean": clean, "tool": tool, "checked": checked}
     result = {"changed": False}
-    params, check = module.params, module.check_mode
     try:
-        at = located(params)
-        if params["state"] == "status":
-            status(at, params, result)
-        elif params["state"] == "clean":
-            clean(at, params, check, result)
-        elif params["state"] == "tool":
-            tool(at, params, check, result)
-        elif params["state"] == "checked":
-            checked(at, params, result)
-        else:
-            install(at, params, check, result)
+        act = acts.get(module.params["state"], install)
+        act(located(module.params), module.params, module.check_mode, result)
     except (Wrong, OSError) as wrong:
         line = str(wrong).encode(errors="replace").decode()
         module.fail_json(**{**result, "msg": line, "retry": getattr(wrong, "retry", False)})
