@@ -328,10 +328,10 @@ def whole(at, found):
 
 def repair(at, *options):
     """What orvelline-repair says: whether something is interrupted, and its line."""
-    status, line = run(at, [at.repair, *at.options, *options])
-    if status not in (0, 1):
+    code, line = run(at, [at.repair, *at.options, *options])
+    if code not in (0, 1):
         raise Wrong(line)
-    return status == 1, line
+    return code == 1, line
 
 
 def chosen(package):
@@ -430,10 +430,10 @@ def bring(at, package, place, state, check, result):
             takeback(there, package)
         due = wanted != (seen(there, package) if undo else result["before"])
         # A machine where nothing is missing is proved by a dry run, which leaves no backup.
-        status, result["msg"] = run(at, [
+        code, result["msg"] = run(at, [
             at.installer, "--package", place, *there.options, *([] if present else ["--remove"]),
             *(["--dry-run"] if check or not due else [])])
-        if status != 0:
+        if code != 0:
             raise Wrong(result["msg"])
     result["after"] = wanted if check else seen(at, package)
     if result["after"] != wanted:
@@ -441,7 +441,10 @@ def bring(at, package, place, state, check, result):
 
 
 def previous(at, package, check, result):
-    came = []
+    before, came = result["before"], []
+    result["msg"] = "Has another package, or none"
+    if before["package"] not in (package.digest, DAMAGED) and not before["interrupted"]:
+        return
     try:
         if not check:
             takeback(at, package)
@@ -456,8 +459,8 @@ def previous(at, package, check, result):
         if wrong.retry and not came:
             raise
         raise Wrong(f"{wrong}; {len(came) or 'no'} run(s) gone back over")
-    same = result["after"] == result["before"]
-    result["msg"] = "Has another package, or none" if same else "Gone back"
+    if result["after"] != before:
+        result["msg"] = "Gone back"
 
 
 def install(at, params, check, result):
@@ -472,7 +475,7 @@ def install(at, params, check, result):
             with scratch(at) as place:
                 extract(archive, entries, place)
                 bring(at, package, place, params["state"], check, result)
-    except Wrong:
+    except (Wrong, OSError):
         at.deadline = max(at.deadline, time.monotonic() + GRACE)
         with contextlib.suppress(Wrong):
             result["after"] = result["before"] if check else seen(at, package)
@@ -534,8 +537,8 @@ def clean(at, params, check, result):
             for ticks, _, path in [one for one in found if one[1] == form][params["keep"]:]:
                 # The name tells the age: a directory's date is new after going back, or a copy.
                 # The clock of one library counts nanoseconds, that of the other microseconds,
-                # which reach 17 digits in the year 5138 only.
-                seconds = ticks / (1e9 if ticks >= 10 ** 16 else 1e6)
+                # which reach 18 digits in the year 5138 only.
+                seconds = ticks / (1e9 if ticks >= 10 ** 17 else 1e6)
                 if time.time() - seconds >= params["keep_days"] * 86400:
                     old.append(path)
     receipts = [receipt(at, *one) for one in BUNDLES]
