@@ -24,7 +24,8 @@ ssh-keygen -q -Y sign -n orvelline-package -f k 1.tar.gz; }
 
 @pytest.mark.parametrize("code, call, answer, left", [
     ("on 1; on 2", "present 2", False, "22 2"),
-    ("on 1; killed", "present 2", True, "22 3"),
+    ("on 1", "present 2", True, "22 2"),
+    ("on 1; killed", "absent 1", True, " 3"),
     ("on 1; killed; lsof 'exit 0'", "present 2", LOADED, "21 2"),
     ("on 1; touch r/support/Marbrel-VST3.sha256.tmp", "present 2", True, "22 2"),
     ("on 1", "previous 2", False, "11 1"),

@@ -180,6 +180,8 @@ def located(params):
     for path in root, program:
         if not os.path.isabs(path):
             raise Wrong(f"Not an absolute path: {path}")
+    if params["state"] not in ("tool", "checked") and not os.path.exists(program):
+        raise Wrong(f"No program at {program}; tool.yml brings it")
     test, library = bool(params["test_root"]), f"{root}/Library"
     return SimpleNamespace(
         options=["--test-root", root] if test else [],
@@ -442,7 +444,7 @@ def bring(at, package, place, state, check, result):
 
 def previous(at, package, check, result):
     before, came = result["before"], []
-    result["msg"] = "Has another package, or none"
+    result["msg"] = "Left alone, as it has another package or none"
     if before["package"] not in (package.digest, DAMAGED) and not before["interrupted"]:
         return
     try:
@@ -451,6 +453,7 @@ def previous(at, package, check, result):
         # Known to get there before anything moves: half a way would mix versions.
         with rehearsal(at, package) as there:
             goback(there, package, [])
+            result["msg"] = repair(there, *chosen(package))[1]
             result["after"] = seen(there, package)
         if not check:
             goback(at, package, came)
@@ -459,8 +462,6 @@ def previous(at, package, check, result):
         if wrong.retry and not came:
             raise
         raise Wrong(f"{wrong}; {len(came) or 'no'} run(s) gone back over")
-    if result["after"] != before:
-        result["msg"] = "Gone back"
 
 
 def install(at, params, check, result):
@@ -637,11 +638,11 @@ def tool(at, params, check, result):
                     shutil.copy2(source, f"{target}.new")
                     os.replace(f"{target}.new", target)
         after = wanted if check else digests(old)
+        result["changed"] = after != before
         if after != wanted:
             raise Wrong(f"Not the programs of {path}: {old[0]}")
         if not check:
             attempt(at, old)
-        result["changed"] = after != before
         result["msg"] = f"{os.path.dirname(old[0])} has the programs of {os.path.basename(path)}"
 
 
@@ -667,6 +668,9 @@ def checked(at, params, _check, result):
         value = str(given.get(f"orvelline_{name}", least))
         if not re.fullmatch("[0-9]+", value) or int(value) < least:
             raise Wrong(f"orvelline_{name} is no whole number{' above 0' * least}: {value}")
+    for name in "orvelline_program", "orvelline_test_root":
+        if not re.match("[/~$]", str(given.get(name, "/"))):
+            raise Wrong(f"{name} is no absolute path: {given[name]}")
     state = given.get("orvelline_state", "present")
     if state not in STATES:
         raise Wrong(f"There is no state {state}: it is present, absent or previous")
