@@ -245,15 +245,20 @@ def extract(archive, entries, place):
 
 
 def manifest(data):
-    """The digests of a manifest by their paths; a ValueError if it is none."""
+    """The digests in a manifest by their paths; a ValueError if it is none."""
     found = {}
     for line in re.sub(rb"\n\Z", b"", data).split(b"\n"):
-        whole = re.fullmatch(rb"([0-9a-f]{64})  ([^/].*)", line, re.S)
-        path = os.fsdecode(whole[2]) if whole else ""
-        if not whole or path in found or {".", ".."} & set(path.split("/")):
+        parts = re.fullmatch(rb"([0-9a-f]{64})  ([^/].*)", line, re.S)
+        path = os.fsdecode(parts[2]) if parts else ""
+        if not parts or path in found or {".", ".."} & set(path.split("/")):
             raise ValueError(line)
-        found[path] = whole[1].decode()
+        found[path] = parts[1].decode()
     return found
+
+
+def keys(found):
+    """The bundles of a manifest, such as VST3/MarbrelHD.vst3."""
+    return {"/".join(path.split("/")[:2]) for path in found}
 
 
 def digestof(found):
@@ -270,12 +275,12 @@ def packageof(path, archive, entries):
         found = manifest(text["CONTENTS.sha256"])
         product = text["PRODUCT.txt"].split(b"\n")[0].decode()
         form = next(iter(found)).split("/")[0]
-        bundles = sorted({os.path.join(*file.split("/")[:2]) for file in found})
-        known = [f"{form}/{name}" for name in BUNDLES[product, form]]
-        whole = all(entries[f"payload/{file}"].isreg() and file.count("/") > 1 for file in found)
+        bundles = sorted(keys(found))
+        complete = (set(bundles) <= {f"{form}/{name}" for name in BUNDLES[product, form]} and
+                    all(entries[f"payload/{path}"].isreg() for path in found))
     except (KeyError, ValueError, AttributeError):
-        whole, known, bundles = False, [], []
-    if not whole or not set(bundles) <= set(known):
+        complete = False
+    if not complete:
         raise Wrong(f"{path} is no whole archive of a package, with CONTENTS.sha256, PRODUCT.txt "
                     "and payload at its top")
     return SimpleNamespace(manifest=found, product=product, format=form, bundles=bundles,
@@ -325,7 +330,7 @@ def stands(at, found, key):
 
 def whole(at, found):
     """Whether every bundle of a manifest is in place as it says."""
-    return all(stands(at, found, key) for key in {"/".join(path.split("/")[:2]) for path in found})
+    return all(stands(at, found, key) for key in keys(found))
 
 
 def repair(at, *options):
@@ -530,7 +535,7 @@ def formatof(path):
 def clean(at, params, check, result):
     interrupted, line = repair(at)
     if interrupted:
-        raise Wrong(f"Nothing was removed, as something is interrupted: {line}")
+        raise Wrong(f"Nothing was removed: {line}")
     old = []
     for product in {product for product, _ in BUNDLES}:
         found = sorted(runs(at, product), reverse=True)
