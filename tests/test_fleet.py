@@ -39,7 +39,7 @@ ssh-keygen -q -Y sign -n orvelline-package -f k 1.tar.gz; }
     ("tar -czPf 1.tar.gz 1/../2", "present 1", "{}/1.tar.gz is refused", " 0"),
     ("tar -czPf 1.tar.gz $PWD/1", "present 1", "{}/1.tar.gz is refused", " 0"),
     ("tar -czf 1.tar.gz 1", "present 1", "{}/1.tar.gz is no whole archive of a package", " 0"),
-    ("cp -rL bin 1; cp /bin/true 1/bin/orvelline-repair; tar -czf 1.tar.gz 1", "tool 1", "{}", " 0"),
+    ("cp -rL bin 1; cp /bin/ls 1/bin/orvelline-repair; tar -czf 1.tar.gz 1", "tool 1", "{}", " 0"),
     ("on 1; ran 91 92 93; for x in $runs/*; do ln -s ../../.. $x/x; done", "clean -", True, "11 3"),
     ("unit=000000; ran 1 2 3 4 91; mkdir $runs/Marbrel-1-2", "clean -", True, " 5"),
     ("ran 1 2 3 91; touch r/support/Marbrel-VST3.sha256.tmp", "clean -", "Nothing was rem", " 4"),
