@@ -398,9 +398,9 @@ def rehearsal(at, package):
     only rename directories and write new files, so that they can be tried on it."""
     def link(source, target):
         try:
-            os.link(source, target, follow_symlinks=False)
+            os.link(source, target)
         except OSError:
-            shutil.copy2(source, target, follow_symlinks=False)
+            shutil.copy2(source, target)
 
     with scratch(at) as place:
         there = SimpleNamespace(**{
@@ -415,7 +415,7 @@ def rehearsal(at, package):
             os.makedirs(os.path.dirname(target), exist_ok=True)
             if os.path.isdir(source) and not os.path.islink(source):
                 shutil.copytree(source, target, symlinks=True, copy_function=link)
-            elif os.path.lexists(source):
+            elif os.path.isfile(source):
                 link(source, target)
         try:
             yield there
@@ -466,7 +466,7 @@ def previous(at, package, check, result):
     except Wrong as wrong:
         if wrong.retry and not came:
             raise
-        raise Wrong(f"{wrong}; {len(came) or 'no'} run(s) gone back over")
+        raise Wrong(f"{wrong}; runs gone back over: {len(came)}")
 
 
 def install(at, params, check, result):
