@@ -1,11 +1,18 @@
 # Where `cmake --install` puts things, and the packages that CPack makes of them.
 include(GNUInstallDirs)
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)  # the tests need not be built for it
+# The suffix is that of tools/release, for a commit that has no tag.
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION}${VERSION_SUFFIX})
 
 set(programs orvelline-installer orvelline-repair)
 install(TARGETS ${programs} DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(PROGRAMS tools/make-package DESTINATION ${CMAKE_INSTALL_BINDIR})
+foreach(page ${programs} make-package)
+  configure_file(man/${page}.1 man/${page}.1 @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/${page}.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endforeach()
 foreach(program ${programs})
-  install(FILES man/${program}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES completions/${program}.bash RENAME ${program}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES completions/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
@@ -34,7 +41,8 @@ else()
   set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
   set(CPACK_DEBIAN_PACKAGE_SECTION sound)
   set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS lsof)
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "lsof, python3")
+  set(CPACK_DEBIAN_PACKAGE_RECOMMENDS openssh-client)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/preinst)
   set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

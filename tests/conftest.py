@@ -1,4 +1,4 @@
-"""The options of a test run, and the directory that each test gets."""
+"""The options of a test run, the directory that each test gets, and the line that counts."""
 
 import os
 import tempfile
@@ -11,6 +11,12 @@ from harness import ROOT, Studio, files
 def pytest_addoption(parser):
     parser.addoption("--build", default=str(ROOT / "build/release"), help="what is tested")
     parser.addoption("--emulator", default="", help="the command that runs the built programs")
+
+
+def pytest_terminal_summary(terminalreporter):
+    passed, failed, errors = (len(terminalreporter.stats.get(outcome, ()))
+                              for outcome in ("passed", "failed", "error"))
+    terminalreporter.write_line(f"{passed} passed, {failed + errors} failed")
 
 
 @pytest.fixture

@@ -1,7 +1,8 @@
-// Loaded ahead of the C library. Its variables give the number of a call, counted from 1:
-// FAIL_CALL fails, KILL_CALL ends the program, and the request for memory FAIL_MALLOC is refused.
-// With LIST_CALLS every call is named on standard error, with the number of requests until then.
-// With STILL_CLOCK the clock stands still.
+// Loaded before the C library. Calls are counted from 1: call FAIL_CALL fails, with the error
+// FAIL_WITH or else EIO; at call KILL_CALL the program is killed. LIST_CALLS names every call on
+// standard error, and how often memory was asked for before it. The request for memory FAIL_MALLOC
+// is refused, and standard error says so. A read gives SHORT_READS bytes at most. STILL_CLOCK stops
+// the clock.
 
 // NOLINTBEGIN: these are the C library's own functions, by its own names.
 
@@ -9,8 +10,11 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,33 +25,35 @@
 
 extern "C" void* __libc_malloc(std::size_t size);
 
-static long failing, killing, starving, listing, still, calls, requests;
+static long calls, requests;
 
 static long number(const char* variable) {
     const char* const value = std::getenv(variable);
     return value == nullptr ? 0 : std::atol(value);
 }
 
-__attribute__((constructor)) static void start() {
-    failing = number("FAIL_CALL");
-    killing = number("KILL_CALL");
-    starving = number("FAIL_MALLOC");
-    listing = number("LIST_CALLS");
-    still = number("STILL_CLOCK");
-    calls = requests = 0;
-    unsetenv("LD_PRELOAD");  // not for the children
-}
+static const long failing = number("FAIL_CALL");
+static const long error = number("FAIL_WITH");
+static const long killing = number("KILL_CALL");
+static const long listing = number("LIST_CALLS");
+static const long starving = number("FAIL_MALLOC");
+static const long shortest = number("SHORT_READS");
+static const long still = number("STILL_CLOCK");
+static const int alone = unsetenv("LD_PRELOAD");  // not for the children
 
 static bool fails(const char* name) {
     ++calls;
-    if (listing != 0) dprintf(2, "%s %ld\n", name, requests);
+    const long before = requests;
+    if (listing != 0) dprintf(2, "%s %ld\n", name, before);
+    requests = before;  // to print asks for memory, too
     if (calls == killing) raise(SIGKILL);
-    if (calls == failing) errno = EIO;
+    if (calls == failing) errno = error == 0 ? EIO : static_cast<int>(error);
     return calls == failing;
 }
 
 extern "C" void* malloc(std::size_t size) {
     if (++requests != starving) return __libc_malloc(size);
+    syscall(SYS_write, 2, "refused\n", 8);
     errno = ENOMEM;
     return nullptr;
 }
@@ -71,10 +77,18 @@ CALL(ssize_t, -1, copy_file_range,
      (int from, off64_t* at, int to, off64_t* behind, size_t size, unsigned flags), from, at, to,
      behind, size, flags)
 CALL(ssize_t, -1, write, (int file, const void* bytes, size_t size), file, bytes, size)
-CALL(ssize_t, -1, read, (int file, void* bytes, size_t size), file, bytes, size)
+CALL(ssize_t, -1, read, (int file, void* bytes, size_t size), file, bytes,
+     shortest == 0 ? size : shortest)
 CALL(dirent*, nullptr, readdir, (DIR * stream), stream)
 CALL(int, -1, close, (int file), file)
 CALL(int, -1, pipe, (int* ends), ends)
+CALL(int, -1, fstatat, (int at, const char* path, struct stat* status, int flags), at, path, status,
+     flags)
+CALL(int, errno, posix_spawn,
+     (pid_t * child, const char* path, const posix_spawn_file_actions_t* actions,
+      const posix_spawnattr_t* attributes, char* const* argv, char* const* environment),
+     child, path, actions, attributes, argv, environment)
+CALL(pid_t, -1, waitpid, (pid_t child, int* status, int flags), child, status, flags)
 
 // A mode follows only where a file may be created.
 #define OPEN(name, flags)                                   \

@@ -2,10 +2,9 @@
 
 import hashlib
 import os
-import re
-import shutil
 import subprocess
 from pathlib import Path
+from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parent.parent
 # Nothing of the caller's: no variable of theirs may decide how a test ends.
@@ -17,8 +16,13 @@ INSTALLED, REMOVED = "INSTALLED; rollback backup: ", "REMOVED to backup: "
 LIBRARY = "filesystem error"
 LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
 
-NAMES = re.findall(r'"(\w+\.(?:vst3|component))"',  # the bundles that the installer knows
-                   (ROOT / "src/package/identity.cpp").read_text())
+
+class Ended(NamedTuple):
+    """How a command ended; a library's words on standard error are cut to LIBRARY."""
+
+    status: int
+    out: str
+    err: str
 
 
 def failed(message):
@@ -62,16 +66,6 @@ def write(file, content):
     return file
 
 
-def blocks(document):
-    """The shell commands of a document: pairs of the heading above and the fenced sh block."""
-    pairs, heading = [], ""
-    for title, code in re.findall(r"^#+ ([^\n]*)$|^```sh\n(.*?)\n```$",
-                                  (ROOT / document).read_text(), re.M | re.S):
-        pairs += [(heading, code)] if code else []
-        heading = title or heading
-    return pairs
-
-
 class Studio:
     """A directory in which the programs run, with "home" as HOME and ./lsof as the load check."""
 
@@ -83,12 +77,10 @@ class Studio:
 
     def package(self, name, files, product="Marbrel"):
         """Makes a package of some files; gives its directory."""
-        package = self.place / name
         for path, content in files.items():
-            write(package / "payload" / path, content)
-        write(package / "CONTENTS.sha256", lines(files))
-        write(package / "PRODUCT.txt", f"{product}\n")
-        return package
+            write(self.place / name / "payload" / path, content)
+        write(self.place / name / "CONTENTS.sha256", lines(files))
+        return write(self.place / name / "PRODUCT.txt", f"{product}\n").parent
 
     def lsof(self, calls={}):
         """Makes the stand-in for lsof. Its n-th call runs calls[n] in sh, or says "not loaded"."""
@@ -99,16 +91,16 @@ class Studio:
 
     def asked(self):
         """The command lines that the stand-in for lsof has got."""
-        return (self.place / "calls").read_text(errors="surrogateescape").splitlines()
+        return (self.place / "calls").read_text().splitlines()
 
     def run(self, *command, environment={}, **more):
-        """Runs a command; gives its exit status and streams, of a library's words the head."""
+        """Runs a command to its end, a minute at most."""
         ended = subprocess.run(command, **{
             "cwd": self.place, "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
-            "stderr": subprocess.PIPE, "text": True, "errors": "surrogateescape",
+            "stderr": subprocess.PIPE, "text": True, "errors": "surrogateescape", "timeout": 60,
             "env": ENVIRONMENT | {"HOME": f"{self.place}/home"} | environment} | more)
         library = (ended.stderr or "").startswith(LIBRARY)
-        return ended.returncode, ended.stdout, f"{LIBRARY}\n" if library else ended.stderr
+        return Ended(ended.returncode, ended.stdout, f"{LIBRARY}\n" if library else ended.stderr)
 
     def command(self, program="installer"):
         """What runs one of the programs under test: the shipped ones but for the path of lsof."""
@@ -122,28 +114,17 @@ class Studio:
         """Runs the installer on a package, with "r" as test root."""
         return self.tool("--package", package, "--test-root", "r", *options, **more)
 
-    def plain(self, package, *options, **more):
-        """The same without root's rights, so that permission bits count."""
-        # The build may lie where nobody else can go.
-        self.place.chmod(0o755)
-        program = shutil.copy(self.command()[-1], self.place / "program")
-        if os.geteuid() == 0:
-            more |= {"user": 65534, "group": 65534, "extra_groups": []}
-        return self.run(*self.emulator, program, "--package", package, "--test-root", "r",
-                        *options, **more)
-
     def done(self, package, *options):
         """Runs the installer to a good end; gives the transaction directory that it names."""
         status, out, err = self.on(package, *options)
-        head = f"{REMOVED if options else INSTALLED}{self.support}/Backups/"
-        assert (status, out[:len(head)], out[-1:], err) == (0, head, "\n", "")
-        return self.support / "Backups" / out[len(head):-1]
+        head, _, name = out.partition(f"{self.support}/Backups/")
+        assert (status, head, name[-1:], err) == (0, REMOVED if options else INSTALLED, "\n", "")
+        return self.support / "Backups" / name[:-1]
 
     def faulty(self, **variables):
         """What more a run takes to have faults in its calls, as tests/faults.cpp knows them."""
-        return {"environment": {"LD_LIBRARY_PATH": f"{self.build}/tests",
-                                "LD_PRELOAD": "libfaults.so"} |
-                {name: str(value) for name, value in variables.items()}}
+        return {"environment": {name: str(value) for name, value in variables.items()} |
+                {"LD_LIBRARY_PATH": f"{self.build}/tests", "LD_PRELOAD": "libfaults.so"}}
 
     def ends(self, message):
         """The end of a run that fails with this, "{}" being our place; without, of a dry run."""
@@ -151,4 +132,4 @@ class Studio:
 
     def sh(self, code, **more):
         """Runs a piece of shell that stops at the first command that fails."""
-        return self.run("sh", "-eu", "-c", code, **more)
+        return self.run("sh", "-eu", "-c", code, **{"timeout": 900} | more)

@@ -1,54 +1,58 @@
 """Holds documents, manual pages and completions against the program, and runs what they show."""
 
-import os
 import re
 import shutil
 
 import pytest
-from harness import ENVIRONMENT, NAMES, ROOT, blocks
+from harness import ROOT
 
 pytestmark = pytest.mark.once
-# Each, and the directory of the sources that has its options.
-PROGRAMS = {"orvelline-installer": "cli", "orvelline-repair": "repair"}
 
 
 def read(name):
-    return (ROOT / name).read_text()
+    """The text of a file, or of all whose name is like this."""
+    return "".join(path.read_text() for path in ROOT.glob(name))
 
 
-def test_commands_of_the_readme_run_and_print_what_it_says(studio):
+def blocks(document):
+    """The shell commands of a document: pairs of the heading above and the fenced sh block."""
+    pairs, heading = [], ""
+    for title, code in re.findall(r"^#+ ([^\n]*)$|^```sh\n(.*?)\n```$",
+                                  (ROOT / document).read_text(), re.M | re.S):
+        pairs += [(heading, code)] if code else []
+        heading = title or heading
+    return pairs
+
+
+def test_commands_of_the_readme_run_in_one_shell_and_print_what_it_says(studio):
     copy = studio.place / "orvelline-installer"
     shutil.copytree(ROOT, copy, symlinks=True, ignore=shutil.ignore_patterns(".git", "build"))
     shutil.copytree(studio.build, copy / "build/release")
     (copy / "build/release/.run").touch()  # it is built
-    printed = dict(re.findall(r"```sh\n([^`]*)\n```\n\n```text\n([^`]*)```", read("README.md")))
-    for _, code in blocks("README.md"):
-        if code != "tools/check":  # runs this test
-            status, out, err = studio.sh(code, cwd=copy)
-            assert status == 0, (code, out, err)
-            said = err.splitlines(True)[-1] if code.startswith("! ") else out
-            said = said.replace(str(copy), "/home/you/orvelline-installer")
-            assert re.sub(r"-\d{10,}", "-TICKS", said) == re.sub(
-                r"-\d{10,}", "-TICKS", printed.get(code, said))
+    codes = [code for _, code in blocks("README.md") if code != "tools/check"]  # runs this test
+    ended = studio.sh("exec 2>&1\n" + "\necho ====\n".join(codes), cwd=copy)
+    assert ended[0] == 0, ended
+    told = ended[1].replace(str(copy), "/home/you/orvelline-installer").split("====\n")
+    for code, text in re.findall(r"```sh\n([^`]*)\n```\n\n```text\n([^`]*)```", read("README.md")):
+        text = re.sub(r"-\d{10,}", r"-\\d{10,}", re.sub("[][().;]", ".", text))
+        assert re.fullmatch(text, told[codes.index(code)]), (code, told)
     # It has installed the documents, too, and not all that stands beside them here.
-    root = next(copy.glob("build/usr/**/README.md")).parent
-    for document in root.rglob("*.md"):
-        for link in re.findall(r"\]\((?!http)([^)]*)\)", document.read_text()):
-            target = (document.parent / link).resolve()
-            assert target.exists() and root in target.parents, (document, link)
+    broken = [(document, link) for document in copy.glob("build/usr/**/*.md")
+              for link in re.findall(r"\]\((?!http)([^)#]*)\)", document.read_text())
+              if not (document.parent / link).resolve().exists()]
+    assert broken == []
 
 
 def test_every_place_has_the_bundles_that_the_installer_knows():
-    readme = read("README.md")
-    rows = re.findall(r"^\| `payload/(\w+)`(.*)", readme, re.M)
+    known = re.findall(r'"(\w+\.(?:vst3|component))"', read("src/package/identity.cpp"))
+    rows = re.findall(r"^\| `payload/(\w+)`(.*)", read("README.md"), re.M)
     table = {f"{place}/{name}" for place, row in rows for name in re.findall(r"`(.*?)`", row)}
-    number = "four five six seven eight nine ten eleven twelve".split()[len(NAMES) - 4]
-    paths = {f"{'Marbrel' if 'Marbrel' in name else 'Quellotrone'}/"
-             f"{'VST3' if name.endswith('.vst3') else 'Components'}/{name}" for name in NAMES}
-    packed = re.findall(r"^\w+/\w+/\S+$", read("tools/make-package"), re.M)
-    wrong = {"README.md, A package": table ^ {path.partition("/")[2] for path in paths},
-             "README.md, their number": {*re.findall(r"(\w+) by name", readme)} ^ {number},
-             "tools/make-package": {*packed} ^ paths}
+    paths = {f"{'VST3' if name.endswith('.vst3') else 'Components'}/{name}" for name in known}
+    made = {f"{'Marbrel' if 'Marbrel' in path else 'Quellotrone'}/{path}" for path in paths}
+    number = "four five six seven eight nine ten eleven twelve".split()[len(known) - 4]
+    packed = {*re.findall(r"^\w+/\w+/\S+$", read("tools/make-package"), re.M)}
+    wrong = {"README.md, A package": table ^ paths, "tools/make-package": packed ^ made,
+             "README.md, number": {number} ^ {*re.findall(r"(\w+) by name", read("README.md"))}}
     assert {place: names for place, names in wrong.items() if names} == {}
 
 
@@ -66,43 +70,18 @@ def test_messages_are_those_that_the_sources_raise_or_print():
     assert known <= {*rows} <= known | repair
 
 
-def test_examples_of_the_manual_pages_run(studio):
-    shutil.copytree(ROOT / "examples/Marbrel-VST3", studio.place / "Marbrel-VST3")
-    said = []
-    for program in PROGRAMS:
-        os.symlink(f"{studio.build}/tests/{program.partition('-')[2]}-under-test",
-                   studio.place / program)
-        for command in re.findall(r"^\.Dl (.*)", read(f"man/{program}.1"), re.M):
-            status, out, err = studio.sh(command, environment={"PATH": f".:{ENVIRONMENT['PATH']}"})
-            assert (status, err) == (0, ""), command
-            said.append(re.split("[ :;]", out)[0])
-    assert said[:4] == ["READY", "INSTALLED", "REMOVED", "INSTALLED"]
-
-
-@pytest.mark.parametrize("program, sources", PROGRAMS.items())
-def test_manual_page_and_completions_have_the_options(studio, program, sources):
-    code = "".join(path.read_text() for path in (ROOT / "src" / sources).glob("*.cpp"))
-    options = {name: takes == "[" for name, takes in re.findall(r'\{"(--[a-z-]+)", (\[|&)', code)}
-    lint = studio.run("mandoc", "-T", "lint", ROOT / f"man/{program}.1")[1].splitlines()
-    assert not [line for line in lint if not re.search(r"Xr (lsof 8|orvelline-\w+ 1)", line)]
+@pytest.mark.parametrize("program, sources", [
+    ("orvelline-installer", "src/cli"), ("orvelline-repair", "src/repair")])
+def test_every_place_has_the_options(studio, program, sources):
+    options = {*re.findall(r'\{"--([a-z-]+)", [\[&]', read(f"{sources}/*.cpp"))}
     page = read(f"man/{program}.1")
-    for part in (page[page.index(".Sh SYNOPSIS"):page.index(".Sh DESCRIPTION")],
-                 "\n".join(re.findall(r"^\.It Fl.*", page, re.M))):
-        found = re.findall(r"Fl (-\S+)( Ar)?", part)
-        assert {f"-{name}": bool(value) for name, value in found} == options
-
-    # In zsh, what the file says to the shell's own function.
-    code = '_arguments() { print -rl -- "$@" }; source "$0"'
-    specs = studio.run("zsh", "-f", "-c", code, ROOT / f"completions/_{program}")[1]
-    values = dict(re.findall(r"^\*?(--[a-z-]+)\[[^]]+\](?::[^:]+:(.+))?$", specs, re.M))
-    assert {name: bool(value) for name, value in values.items()} == options
-    studio.sh("mkdir d-one 'd-o n e' 'd-o*' e; touch d-file")
-    code = f'source "$0"; COMP_WORDS=({program} "$@"); COMP_CWORD=$#; ' \
-           f'_{program.replace("-", "_")}; printf "%s\\n" "${{COMPREPLY[@]}}"'
-    for words, found in [
-            ([""], sorted(values)), (["--t"], ["--test-root"]), (["x"], [""]),
-            *(([name, "d-"], ["d-o n e", "d-o*", "d-one"]) if value == "_files -/" else
-              ([name, ""], sorted(value.strip("()").split()))
-              for name, value in values.items() if value)]:
-        ended = studio.run("bash", "-c", code, ROOT / f"completions/{program}.bash", *words)
-        assert (ended[0], sorted(ended[1].splitlines()), ended[2]) == (0, found, ""), words
+    places = {"synopsis": re.findall(r"Fl -(\S+)", page.partition(".Sh DESCRIPTION")[0]),
+              "list": re.findall(r"^\.It Fl -(\S+)", page, re.M),
+              "zsh": re.findall(r"--([a-z-]+)\[", read(f"completions/_{program}")),
+              "bash": re.findall(r"--([a-z-]+)(?=.*'\))", read(f"completions/{program}.bash"))}
+    if sources == "src/cli":
+        places["README.md"] = re.findall(r"^\| `--([a-z-]+)", read("README.md"), re.M)
+    assert {place: {*names} ^ options for place, names in places.items()
+            if {*names} != options} == {}
+    lint = studio.run("mandoc", "-T", "lint", ROOT / f"man/{program}.1")[1].splitlines()
+    assert [line for line in lint if not re.search(r"Xr \S+ \d|: Os Orvelline", line)] == []

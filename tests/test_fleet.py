@@ -6,7 +6,8 @@ import shutil
 import sys
 
 import pytest
-from harness import LOADED, ROOT, blocks, disk, files, write
+from harness import LOADED, ROOT, disk, files, write
+from test_documents import blocks
 
 pytestmark = pytest.mark.once
 SHELL = r"""mkdir -p bin r/orvelline-packages; runs=r/support/Backups unit=000000000

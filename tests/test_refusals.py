@@ -1,9 +1,10 @@
 """The command line, and every refusal up to the end of the verification."""
 
+import resource
 import shlex
 
 import pytest
-from harness import HD, INSTALLED, LIBRARY, LOADED, LOW, disk, files, lines, rows, write
+from harness import HD, INSTALLED, LIBRARY, LOADED, LOW, disk, failed, files, lines, rows, write
 
 ONE = {f"{HD}/a": "one"}
 GOOD = lines(ONE)
@@ -23,13 +24,12 @@ NOWHERE = "User directory unavailable"
     # The deepest link on the way is named, also where nothing is.
     f"{REFUSED}{{}}/link": ["--package link", "--package link/", "--package link/../p"],
     f"{REFUSED}{{}}/link/deep": ["--package link/deep/x"],
-    f"{REFUSED}{{}}/dangling": ["--package dangling/x/y"],
     "": ["--package none --remove --remove --dry-run --package p",
          "--package home/../p// --dry-run --test-root link --test-root y/../z"],
 }), ids=lambda text: text[:99])
 def test_options(studio, message, command):
     studio.package("p", ONE)
-    studio.sh("mkdir -p real/inner; ln -s inner real/deep; ln -s real link; ln -s no dangling")
+    studio.sh("mkdir -p real/inner; ln -s inner real/deep; ln -s real link")
     assert studio.tool(*shlex.split(command)) == studio.ends(message)
 
 
@@ -63,59 +63,58 @@ def test_what_a_manifest_may_say(studio, message, contents):
 
 def test_odd_names_and_sizes(studio):
     names = [" \u00e9\x01'\"$`\\*\r", "--", "..a", "a..", "...", "\u00e9",
-             "dir/" * 150 + "file", *(f"many/{number}" for number in range(800))]
+             "dir/" * 59 + "file", *(f"many/{number}" for number in range(800))]
     package = studio.package("p", {f"{HD}/{name}": "x" for name in names} | {
         f"{HD}/size {size}": "\0" * size for size in (0, 65535, 65536, 65537)})
     receipt = (package / "CONTENTS.sha256").read_bytes()
     # Neither the lines' order nor the last line's end counts.
     (package / "CONTENTS.sha256").write_bytes(b"\n".join(reversed(receipt.split(b"\n")[:-1])))
-    studio.done("p")
+    # As many descriptors as are open at the deepest file: each that is not closed is missed.
+    limit = () if studio.emulator else (resource.RLIMIT_NOFILE, (64, 64))
+    assert studio.on("p", preexec_fn=lambda: limit and resource.setrlimit(*limit)).status == 0
     assert disk(studio.plugins) == disk(package / "payload")
     assert (studio.support / "Marbrel-VST3.sha256").read_bytes() == receipt
 
 
-def test_places(studio):
-    studio.package("p", ONE)
-    studio.package("both", ONE | {"Components/MarbrelHDAU.component/a": ""})
-    studio.package("mixed", ONE, "Quellotrone")
-    (studio.place / "link").symlink_to("p")
+@pytest.mark.parametrize("home, package, message", [
     # The rules on names come first, the one format after the choice of the support directory.
-    for message, home, package in [
-            (NOWHERE, "", "p"), (NOWHERE, "", "both"), (f"{REFUSED}link", "link", "p"),
-            ("Mixed product package refused", "", "mixed"), (f"{REFUSED}link", "link", "both")]:
-        ended = studio.tool("--package", package, environment={"HOME": home})
-        assert ended == studio.ends(message)
+    ("", "mixed", "Mixed product package refused"), ("", "both", NOWHERE),
+    ("link", "both", f"{REFUSED}link")])
+def test_order_of_checks(studio, home, package, message):
+    studio.package("mixed", ONE, "Quellotrone")
+    studio.package("both", ONE | {"Components/MarbrelHDAU.component/a": ""})
+    (studio.place / "link").symlink_to("both")
+    assert studio.tool("--package", package, environment={"HOME": home}) == failed(message)
     unset = "env", "-u", "HOME", *studio.command()
-    assert studio.run(*unset, "--package", "p") == studio.ends(NOWHERE)
+    assert studio.run(*unset, "--package", "both") == failed(NOWHERE)
 
-    library = "Library/Application Support/Orvelline"
-    for home, options, plugins, support in [
-            ("{}/a", [], "a/Library/Audio/Plug-Ins", f"{{}}/a/{library}"),
-            ("c/", [], "c/Library/Audio/Plug-Ins", f"c/{library}"),
-            ("", ["--test-root", ""], "plugins", "{}/support"),
-            ("", ["--test-root", "f g/"], "f g/plugins", "{}/f g/support")]:
-        status, out, err = studio.tool(
-            "--package", "p", *options, environment={"HOME": home.format(studio.place)})
-        assert (status, err) == (0, "")
-        assert out.startswith(f"{INSTALLED}{support.format(studio.place)}/Backups/Marbrel-")
-        assert disk(studio.place / plugins) == disk(studio.place / "p/payload")
+
+@pytest.mark.parametrize("home, options, plugins, support", [
+    ("{}/a", [], "a/Library/Audio/Plug-Ins", "{}/a/Library/Application Support/Orvelline"),
+    ("c/", [], "c/Library/Audio/Plug-Ins", "c/Library/Application Support/Orvelline"),
+    ("", ["--test-root", ""], "plugins", "{}/support"),
+    ("", ["--test-root", "f g/"], "f g/plugins", "{}/f g/support")])
+def test_places(studio, home, options, plugins, support):
+    studio.package("p", ONE)
+    environment = {"HOME": home.format(studio.place)}
+    out = studio.tool("--package", "p", *options, environment=environment).out
+    assert out.startswith(f"{INSTALLED}{support.format(studio.place)}/Backups/Marbrel-")
+    assert disk(studio.place / plugins) == disk(studio.place / "p/payload")
 
 
 @pytest.mark.parametrize("message, change", rows({
-    "Manifest missing: {}/p/CONTENTS.sha256": ["chmod 0 $c"],
     "Empty manifest": ["rm $c; mkdir $c", "rm -r r/plugins; : >$r", ": >$r; echo >$hd/x"],
-    "Malformed manifest": ["ln -sf /dev/zero $c", "echo x >$r"],
+    "Malformed manifest": ["echo x >$r"],
     "Unknown product": ["rm $q", "echo marbrel >$q", "printf '\\nMarbrel\\n' >$q",
                         "printf 'Marbrel\\r\\n' >$q", "printf 'Marbrel%99s' x >$q"],
     f"{REFUSED}{{}}/p/payload/VST3": ["mv p/payload/VST3 v; ln -s ../../v p/payload/VST3"],
     f"{REFUSED}{{}}/r/plugins/{HD}": ["rm -r $d; ln -s x $d", "mv $d v; ln -s ../../../v $d"],
     f"{REFUSED}{{}}/r/support/Marbrel-VST3.sha256": ["rm $r; ln -s x $r"],
+    f"{REFUSED}{{}}/r/support/Backups": ["mv r/support/Backups r/b; ln -s ../b r/support/Backups"],
     f"Bundle missing: {{}}/p/payload/{HD}": ["rm -r $hd", "rm -r $hd; echo >$hd"],
     f"Bundle missing: {{}}/r/plugins/{HD}": ["rm -r $d; echo >$d"],
     "Empty bundle refused": ["rm -r $hd; mkdir -p $hd/b/c", "rm -r $d; mkdir $d"],
     "Symlink member refused": ["ln -s a $hd/MacOS/l", "ln -s .. $low/l", "ln -s x $d/l"],
-    f"Cannot read {{}}/p/payload/{HD}/MacOS/a": ["chmod 0 $hd/MacOS/a"],
-    LIBRARY: ["chmod 311 $hd/MacOS", "chmod 444 $hd/MacOS"],  # not listed, not searched
     f"Package checksum mismatch: {HD}": ["echo x >$hd/b", "mv $hd/b $hd/c", "echo >$hd/.more"],
     f"Unknown or modified plugin preserved: {{}}/r/plugins/{HD}": [
         "echo x >$d/b", "echo >$d/.x", "rm $d/MacOS/a", "rm $r; echo x >$d/b"],
@@ -128,22 +127,17 @@ def test_preflight_changes_nothing(studio, message, change):
     studio.package("p", files(1))
     studio.done("p")
     assert studio.sh(f"hd=p/payload/{HD} low=p/payload/{LOW} d=r/plugins/{HD} c=p/CONTENTS.sha256 "
-                     f"r=r/support/Marbrel-VST3.sha256 q=p/PRODUCT.txt; {change}") == (0, "", "")
+                     f"r=r/support/Marbrel-VST3.sha256 q=p/PRODUCT.txt; {change}").status == 0
     before = disk(studio.place / "r")
     for options in [["--remove"], []] if message else [["--dry-run"], ["--dry-run", "--remove"]]:
-        assert studio.plain("p", *options) == studio.ends(message)
+        assert studio.on("p", *options) == studio.ends(message)
     assert disk(studio.place / "r") == before
 
 
-def test_without_a_working_directory(studio):
-    for root, message in ("x", LIBRARY), ("/x", "Unknown option: --unknown"):
-        command = f"{shlex.join(studio.command())} --test-root {root} --unknown"
-        assert studio.sh(f"mkdir gone; cd gone; rmdir ../gone; exec {command}") == studio.ends(
-            message)
-
-
-def test_a_fifo_is_waited_for(studio):
-    manifest = studio.package("p", ONE) / "CONTENTS.sha256"
-    studio.sh(f"mv {manifest} real; mkfifo {manifest}")
-    command = f"{shlex.join(studio.command())} --package p --test-root r --dry-run"
-    assert studio.sh(f"cat real >{manifest} & exec {command}") == studio.ends("")
+@pytest.mark.once
+def test_a_line_without_an_end(studio):
+    (studio.package("p", ONE) / "CONTENTS.sha256").unlink()
+    (studio.place / "p/CONTENTS.sha256").symlink_to("/dev/zero")
+    limit = resource.RLIMIT_AS, (1 << 30, 1 << 30)
+    assert studio.on("p", preexec_fn=lambda: resource.setrlimit(*limit)) == failed(
+        "Malformed manifest")

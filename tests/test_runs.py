@@ -1,44 +1,31 @@
 """Whole runs that nothing disturbs: what each kind leaves on disk, and what it asks lsof."""
 
 import pytest
-from harness import HD, INSTALLED, LOADED, LOW, READY, RECEIPT, bits, disk, failed, files, lines
+from harness import (HD, INSTALLED, LIBRARY, LOADED, LOW, READY, RECEIPT, bits, disk, failed, files,
+                     lines)
 
 
 def test_what_each_kind_of_run_leaves(studio):
     payload = {name: disk(studio.package(name, files(name)) / "payload") for name in ("one", "two")}
     empty = {"staged": "directory", "staged/VST3": "directory"}
-
-    def kept(name):
-        return {area: "directory" for area in ("original", "verified-backup")} | {
-            f"{area}/{path}": entry for path, entry in payload[name].items()
-            for area in ("original", "verified-backup")}
-
+    kept = {name: {f"{area}/{path}".strip("/"): entry
+                   for path, entry in ({"": "directory"} | payload[name]).items()
+                   for area in ("original", "verified-backup")} for name in payload}
     assert disk(studio.done("one")) == empty
     assert studio.asked() == []
     # An upgrade, a reinstall, a downgrade: each replaces what was there.
     for old, new in ("one", "two"), ("two", "two"), ("two", "one"):
         studio.lsof()
-        assert disk(studio.done(new)) == empty | kept(old) | {
+        assert disk(studio.done(new)) == empty | kept[old] | {
             "previous-receipt.sha256": lines(files(old)).encode()}
         assert disk(studio.plugins) == payload[new]
         assert (studio.support / RECEIPT).read_text() == lines(files(new))
         assert studio.asked() == [f"-n {studio.plugins}/{key}/MacOS/a" for key in (HD, LOW) * 2]
-    assert disk(studio.done("one", "--remove")) == kept("one") | {
+    assert disk(studio.done("one", "--remove")) == kept["one"] | {
         "removed-receipt.sha256": lines(files("one")).encode()}
     assert disk(studio.plugins) == {"VST3": "directory"}
     assert disk(studio.done("one", "--remove")) == {}
     assert [path.name for path in studio.support.iterdir()] == ["Backups"]
-
-
-def test_products_and_formats_are_apart(studio):
-    for name, keys in {
-            "Marbrel-VST3": [HD, LOW], "Quellotrone-VST3": ["VST3/Quellotrone.vst3"],
-            "Marbrel-Components": [f"Components/Marbrel{i}AU.component" for i in ("HD", "LowCPU")],
-            "Quellotrone-Components": ["Components/QuellotroneAU.component"]}.items():
-        product = name.partition("-")[0]
-        studio.package(name, files(1, *keys), product)
-        assert studio.done(name).name.startswith(f"{product}-")
-        assert (studio.support / f"{name}.sha256").read_text() == lines(files(1, *keys))
 
 
 def test_asks_about_every_file_directly_in_a_macos_directory(studio):
@@ -61,28 +48,36 @@ def test_copies_of_a_package_that_may_only_be_read(studio):
     bundle = studio.package("p", files(1, HD)) / "payload" / HD
     for path, mode in {"MacOS/a": 0o4557, "b": 0o446, "MacOS": 0o707, "": 0o555}.items():
         (bundle / path).chmod(mode)
-    (studio.place / "r").mkdir()
-    (studio.place / "r").chmod(0o777)
     for _ in "install", "reinstall":
-        assert studio.plain("p", umask=0o027)[0] == 0
+        assert studio.on("p", umask=0o027).status == 0
     copies = [studio.plugins / HD, *studio.support.glob(f"Backups/*/verified-backup/{HD}")]
     assert [bits(copy) for copy in copies] == 2 * [
-        {".": "750", "MacOS": "700", "MacOS/a": "557", "b": "446"}]
+        {".": "750", "MacOS": "700", "MacOS/a": "4557", "b": "446"}]
 
 
 @pytest.mark.once
-def test_two_runs_at_one_instant(studio):
-    clock = studio.faulty(STILL_CLOCK=1)
-    studio.package("p", files(1))
-    backup = studio.support / "Backups/Marbrel-5000000000"
-    assert studio.on("p", **clock) == (0, f"{INSTALLED}{backup}\n", "")
-    before = disk(studio.place / "r")
-    assert studio.on("p", **clock) == failed("Backup transaction already exists")
-    assert disk(studio.place / "r") == before
-
-
-@pytest.mark.once
-def test_a_receipt_that_cannot_be_created(installed):
-    calls = installed.on("1", **installed.faulty(LIST_CALLS=1))[2].splitlines()
+def test_calls_that_behave_in_odd_ways(installed):
+    # What a verification says when one of its calls fails.
+    calls = installed.on("1", "--dry-run", **installed.faulty(LIST_CALLS=1)).err.splitlines()
+    said = {installed.on("1", "--dry-run", **installed.faulty(FAIL_CALL=number)).err[:-1]
+            for number, _ in enumerate(calls, 1)}
+    assert said == {
+        "", LIBRARY, LOADED, "Load check unavailable", "Read failed", "Unknown product",
+        "Empty manifest", f"Manifest missing: {installed.place}/1/CONTENTS.sha256",
+        f"Manifest missing: {installed.support}/{RECEIPT}", *(
+            f"Cannot read {place}/{key}/{file}" for key in (HD, LOW) for file in ("MacOS/a", "b")
+            for place in (installed.plugins, installed.place / "1/payload"))}
+    calls = installed.on("1", **installed.faulty(LIST_CALLS=1)).err.splitlines()
     last = max(number for number, call in enumerate(calls, 1) if "creates" in call)
     assert installed.on("1", **installed.faulty(FAIL_CALL=last)) == failed("Cannot write receipt")
+    # The clock stands still between two runs.
+    clock = installed.faulty(STILL_CLOCK=1)
+    backup = installed.support / "Backups/Marbrel-5000000000"
+    assert installed.on("2", **clock) == (0, f"{INSTALLED}{backup}\n", "")
+    before = disk(installed.place / "r")
+    assert installed.on("1", **clock) == failed("Backup transaction already exists")
+    assert disk(installed.place / "r") == before
+    # Reads give less than they were asked for, here in the middle of the product's name.
+    assert installed.on("2", "--dry-run", **installed.faulty(SHORT_READS=3)) == READY
+    (installed.place / "2/PRODUCT.txt").write_text("MarbrelX\n")
+    assert installed.on("2", **installed.faulty(SHORT_READS=7)) == failed("Unknown product")

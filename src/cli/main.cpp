@@ -5,7 +5,7 @@
 #include "platform/signals.h"
 
 int main(int argc, char** argv) {
-    holdwrites();
+    blockwritesignals();
     try {
         run(argc, argv);
         return 0;

@@ -2,7 +2,11 @@
 
 #include <stdexcept>
 
-#include "install/locations.h"
+// The library's own operation is not used: one of the two libraries refuses the empty path, which
+// here means the working directory.
+std::filesystem::path absoluteform(const std::filesystem::path& path) {
+    return path.is_absolute() ? path : std::filesystem::current_path() / path;
+}
 
 void takeoptions(int argc, char** argv, const Valued& valued, const Flags& flags) {
     for (int i = 1; i < argc; ++i) {

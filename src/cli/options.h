@@ -5,13 +5,17 @@
 #include <map>
 #include <string>
 
-// What a program does with the value of an option, and what an option without one sets.
+// For each option with a value, what is done with the value; for each without, the flag it sets.
 using Valued = std::map<std::string, std::function<void(const char*)>>;
 using Flags = std::map<std::string, bool*>;
 
-// Takes main's two arguments and the options of a program, and takes the arguments from left to
-// right. Fails with "Unknown option: " and the argument, or as what is done with a value does.
+// Takes main's two arguments and the options of a program, and works through the arguments from
+// left to right. Fails with "Unknown option: " and the argument, or as what is done with a value.
 void takeoptions(int argc, char** argv, const Valued& valued, const Flags& flags);
+
+// Takes a path from the command line and gives its absolute form; the empty path stands for the
+// working directory. Fails in the library's words when that directory cannot be determined.
+std::filesystem::path absoluteform(const std::filesystem::path& path);
 
 // The command line of a run.
 struct RunOptions {

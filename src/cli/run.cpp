@@ -4,7 +4,7 @@
 #include <iostream>
 #include <set>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "cli/options.h"
 #include "install/locations.h"
@@ -18,48 +18,57 @@
 #include "transaction/receipt.h"
 #include "transaction/rollback.h"
 #include "transaction/staging.h"
+#include "transaction/work.h"
 
 void run(int argc, char** argv) {
-    const auto [package, testRoot, remove, dryRun] = scan(argc, argv);
-    safe(package);
-    const Manifest manifest = read(package / "CONTENTS.sha256");
-    const std::set<BundleKey> bundles = bundlesof(manifest);
-    const std::string product = productof(package);
-    oneproduct(bundles, product);
-    const std::filesystem::path support = supportdir(testRoot);
+    const RunOptions options = scan(argc, argv);
+    safe(options.package);
+    Manifest manifest = read(options.package / "CONTENTS.sha256");
+    std::set<BundleKey> bundles = bundlesof(manifest);
+    const std::string product = productof(options.package);
+    checkoneproduct(bundles, product);
+    const std::filesystem::path support = supportdir(options.testRoot);
     safe(support);
     const std::string format = oneformat(bundles);
     const std::filesystem::path receiptPath = receiptpath(support, product, format);
     const Manifest receiptManifest = stands(receiptPath) ? read(receiptPath) : Manifest();
-    const CapturedTrees captured = preflight(package, testRoot, manifest, bundles, receiptManifest);
+    CapturedTrees captured =
+        preflight(options.package, options.testRoot, manifest, bundles, receiptManifest);
 
-    if (dryRun) {
+    if (options.dryRun) {
         std::cout << "READY: verified package; no files changed\n";
         return;
     }
 
     const std::filesystem::path tx = opentx(support, product);
-    backup(testRoot, captured, tx);
-    if (!remove) stage(package, manifest, bundles, tx);
+    const Work work = {.package = options.package,
+                       .testRoot = options.testRoot,
+                       .receiptPath = receiptPath,
+                       .tx = tx,
+                       .manifest = std::move(manifest),
+                       .bundles = std::move(bundles),
+                       .captured = std::move(captured)};
+    backup(work);
+    if (!options.remove) stage(work);
 
-    // Room for both lists now: inside the region no append may fail behind a rename.
-    std::vector<BundleKey> moved;
-    std::vector<BundleKey> installed;
-    moved.reserve(bundles.size());
-    installed.reserve(bundles.size());
-    holdends();
+    // Room for both lists now: in the region below, no append may fail after a rename.
+    Done done;
+    done.moved.reserve(work.bundles.size());
+    done.installed.reserve(work.bundles.size());
+    blockstops();
     try {
-        commit(testRoot, remove, manifest, bundles, captured, tx, moved, installed);
-        if (remove) {
-            removereceipt(receiptPath, tx);
+        commit(work, options.remove, done);
+        if (options.remove) {
+            removereceipt(work);
         } else {
-            writereceipt(manifest, receiptPath, tx);
+            writereceipt(work);
         }
     } catch (...) {
-        rollback(testRoot, receiptPath, tx, moved, installed);
+        rollback(work, done);
         throw;
     }
 
-    const char* const finalText = remove ? "REMOVED to backup: " : "INSTALLED; rollback backup: ";
-    std::cout << finalText << tx.native() << '\n';
+    const char* const finalText =
+        options.remove ? "REMOVED to backup: " : "INSTALLED; rollback backup: ";
+    std::cout << finalText << work.tx.native() << '\n';
 }

@@ -3,12 +3,6 @@
 #include <cstdlib>
 #include <stdexcept>
 
-// The library's own operation is not used: one of the two libraries refuses the empty path, which
-// here means the working directory.
-std::filesystem::path absoluteform(const std::filesystem::path& path) {
-    return path.is_absolute() ? path : std::filesystem::current_path() / path;
-}
-
 std::filesystem::path home() {
     const char* const value = std::getenv("HOME");
     if (value == nullptr || *value == '\0') throw std::runtime_error("User directory unavailable");

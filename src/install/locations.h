@@ -6,11 +6,7 @@
 #include "package/identity.h"
 
 // Every location is computed from one base, the test root if its text is not empty, else the
-// user's home directory. Nothing here touches the disk.
-
-// Takes the path of a command line and gives its absolute form, the empty path's being the working
-// directory. Fails in the library's words when that cannot be determined.
-std::filesystem::path absoluteform(const std::filesystem::path& path);
+// user's home directory. Nothing here asks the disk.
 
 // Gives the user's home directory, the value of HOME unchanged.
 // Fails with "User directory unavailable".

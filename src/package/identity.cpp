@@ -7,18 +7,23 @@
 
 #include "platform/file.h"
 
-static constexpr std::array<std::string_view, 6> bundlenames = {
-    "MarbrelHD.vst3",        "MarbrelLowCPU.vst3",        "Quellotrone.vst3",
-    "MarbrelHDAU.component", "MarbrelLowCPUAU.component", "QuellotroneAU.component",
-};
+static constexpr auto bundlenames = std::to_array<std::string_view>({
+    "MarbrelHD.vst3",
+    "MarbrelLowCPU.vst3",
+    "Quellotrone.vst3",
+    "MarbrelHDAU.component",
+    "MarbrelLowCPUAU.component",
+    "QuellotroneAU.component",
+});
 
 void checkproduct(const std::string& product) {
-    if (product != "Marbrel" && product != "Quellotrone")
+    if (std::find(products.begin(), products.end(), product) == products.end())
         throw std::runtime_error("Unknown product");
 }
 
 void checkformat(const std::string& format) {
-    if (format != "VST3" && format != "Components") throw std::runtime_error("Unexpected format");
+    if (std::find(formats.begin(), formats.end(), format) == formats.end())
+        throw std::runtime_error("Unexpected format");
 }
 
 std::set<BundleKey> bundlesof(const Manifest& manifest) {
@@ -42,26 +47,29 @@ std::set<BundleKey> bundlesof(const Manifest& manifest) {
 
 std::string productof(const std::filesystem::path& package) {
     std::array<char, 64> block;  // a first line that is longer is no product
+    std::string text;
+    text.reserve(2 * block.size());  // nothing may fail while the file is open
     const int descriptor = openread(package / "PRODUCT.txt");
-    const long got = readblock(descriptor, block.data(), block.size());
+    for (long got; text.size() < block.size() && text.find('\n') == std::string::npos &&
+                   (got = readblock(descriptor, block.data(), block.size())) > 0;)
+        text.append(block.data(), static_cast<std::size_t>(got));
     closefile(descriptor);
-    const std::string text(block.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
     std::string product = text.substr(0, text.find('\n'));
     checkproduct(product);
     return product;
 }
 
-void oneproduct(const std::set<BundleKey>& bundles, const std::string& product) {
+void checkoneproduct(const std::set<BundleKey>& bundles, const std::string& product) {
     for (const BundleKey& key : bundles)
         if ((product == "Marbrel") != (key.find("Marbrel") != std::string::npos))
             throw std::runtime_error("Mixed product package refused");
 }
 
 std::string oneformat(const std::set<BundleKey>& bundles) {
-    std::set<std::string> formats;
-    for (const BundleKey& key : bundles) formats.insert(key.substr(0, key.find('/')));
-    if (formats.size() != 1) throw std::runtime_error("Use one format per package");
-    return *formats.begin();
+    std::set<std::string> found;
+    for (const BundleKey& key : bundles) found.insert(key.substr(0, key.find('/')));
+    if (found.size() != 1) throw std::runtime_error("Use one format per package");
+    return *found.begin();
 }
 
 std::set<BundleKey> knownbundles(const std::string& product, const std::string& format) {

@@ -1,14 +1,19 @@
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "package/manifest.h"
 
 // The name of a format's directory, "/" and a bundle's name, such as VST3/MarbrelHD.vst3: one
 // bundle's identity, and its relative path in every tree that the system handles.
 using BundleKey = std::string;
+
+inline constexpr std::array<std::string_view, 2> products = {"Marbrel", "Quellotrone"};
+inline constexpr std::array<std::string_view, 2> formats = {"VST3", "Components"};
 
 // Takes the package's manifest and gives the bundles that it names.
 // Fails with "Missing bundle", "Unexpected format", "Unexpected bundle identity" or
@@ -26,7 +31,7 @@ std::string productof(const std::filesystem::path& package);
 
 // Takes the package's bundles and its product, and returns if all are of that product.
 // Fails with "Mixed product package refused".
-void oneproduct(const std::set<BundleKey>& bundles, const std::string& product);
+void checkoneproduct(const std::set<BundleKey>& bundles, const std::string& product);
 
 // Takes the package's bundles and gives their one format, "VST3" or "Components".
 // Fails with "Use one format per package".

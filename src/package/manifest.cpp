@@ -55,7 +55,8 @@ Manifest read(const std::filesystem::path& file) {
     return manifest;
 }
 
-Manifest ifwhole(Manifest reader(const std::filesystem::path&), const std::filesystem::path& path) {
+Manifest readorempty(Manifest reader(const std::filesystem::path&),
+                     const std::filesystem::path& path) {
     try {
         return reader(path);
     } catch (const std::runtime_error&) {

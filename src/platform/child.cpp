@@ -6,22 +6,24 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 
+#include "platform/again.h"
 #include "platform/file.h"
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every system declares it
 
 // Gives one end of a pipe a number above the three standard descriptors, which may be closed and
 // are the child's, and lets it close when a program is started. Gives -1 when that fails, also when
-// the end's old number cannot be closed: the other end would never be at its end.
-static int lift(int end) {
-    const int lifted = ::fcntl(end, F_DUPFD_CLOEXEC, 3);
-    return closefile(end) ? lifted : -1;
+// the old number cannot be closed: the other end would then never be at its end.
+static int lift(int descriptor) {
+    const int lifted = again([&] { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3); });
+    return closefile(descriptor) ? lifted : -1;
 }
 
-// Gives whether the program was started, with standard error going to the pipe.
-static bool start(const char* program, char** argv, int in, pid_t& child) {
+// Gives whether the program was started, with its standard error going to the pipe.
+static bool start(const char* program, char** argv, int writing, pid_t& child) {
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
     if (posix_spawn_file_actions_init(&actions) != 0) return false;
@@ -33,10 +35,13 @@ static bool start(const char* program, char** argv, int in, pid_t& child) {
     sigemptyset(&none);
     const bool started =
         posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0) == 0 &&
-        posix_spawn_file_actions_adddup2(&actions, in, 2) == 0 &&
+        posix_spawn_file_actions_adddup2(&actions, writing, 2) == 0 &&
         posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK) == 0 &&
-        posix_spawn(&child, program, &actions, &attributes, argv, environ) == 0;
+        again([&] {
+            errno = posix_spawn(&child, program, &actions, &attributes, argv, environ);
+            return errno == 0 ? 0 : -1;
+        }) == 0;
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return started;
@@ -48,25 +53,26 @@ ChildEnd runchild(const char* program, const std::vector<std::string>& arguments
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
 
-    ChildEnd end;
+    ChildEnd result;
     std::array<int, 2> ends;
-    if (::pipe(ends.data()) != 0) return end;
-    const int out = lift(ends[0]);
-    const int in = lift(ends[1]);
+    if (again([&] { return ::pipe(ends.data()); }) != 0) return result;
+    const int reading = lift(ends[0]);
+    const int writing = lift(ends[1]);
     // Were it still ignored from outside, the child's status would be gone before it is asked for.
     static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
     pid_t child = -1;
-    end.started = out >= 0 && in >= 0 && start(program, argv.data(), in, child);
-    const bool closed = closefile(in);
+    result.started = reading >= 0 && writing >= 0 && start(program, argv.data(), writing, child);
+    const bool closed = closefile(writing);
 
-    // Drained before the wait, so that the child can always end.
+    // Read to its end before the wait, so that the child can always end.
     std::array<char, 4096> block;
     long got = closed ? 0 : -1;
-    while (end.started && closed && (got = readblock(out, block.data(), block.size())) > 0)
-        end.errorbytes += static_cast<std::size_t>(got);
-    closefile(out);
+    while (result.started && closed && (got = readblock(reading, block.data(), block.size())) > 0)
+        result.errorbytes += static_cast<std::size_t>(got);
+    closefile(reading);
+    if (!result.started) return result;
     int status = 0;
-    if (end.started && ::waitpid(child, &status, 0) == child && WIFEXITED(status) && got == 0)
-        end.status = WEXITSTATUS(status);
-    return end;
+    const pid_t waited = again([&] { return ::waitpid(child, &status, 0); });
+    if (waited == child && WIFEXITED(status) && got == 0) result.status = WEXITSTATUS(status);
+    return result;
 }

@@ -12,7 +12,7 @@ struct ChildEnd {
 };
 
 // Takes the path of a program, used as given, and its arguments. Runs it to its end, however long
-// that takes, and gives how it ended. The child inherits what the caller has inherited, and has no
-// signal held back; its standard output is discarded and its standard error counted. SIGCHLD has
-// its default action from then on.
+// that takes, and gives how it ended. The child inherits what the caller has inherited, with no
+// signal blocked; its standard output is discarded and its standard error counted. SIGCHLD has its
+// default action from then on.
 ChildEnd runchild(const char* program, const std::vector<std::string>& arguments);

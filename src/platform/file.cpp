@@ -7,25 +7,31 @@
 #include <cerrno>
 #include <system_error>
 
+#include "platform/again.h"
+
+static int openfile(int directory, const char* name, int flags) {
+    return again([&] { return ::openat(directory, name, flags | O_CLOEXEC, 0666); });
+}
+
 int openread(const std::filesystem::path& file) {
-    return ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    return openfile(AT_FDCWD, file.c_str(), O_RDONLY);
 }
 
 int openread(int directory, const char* name) {
-    return ::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    return openfile(directory, name, O_RDONLY | O_NOFOLLOW);
 }
 
 long readblock(int descriptor, char* block, std::size_t size) {
-    return ::read(descriptor, block, size);
+    return again([&] { return ::read(descriptor, block, size); });
 }
 
 int opennew(const std::filesystem::path& file) {
-    return ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    return openfile(AT_FDCWD, file.c_str(), O_WRONLY | O_CREAT | O_EXCL);
 }
 
 bool writeall(int descriptor, std::string_view text) {
     while (!text.empty()) {
-        const ssize_t put = ::write(descriptor, text.data(), text.size());
+        const long put = again([&] { return ::write(descriptor, text.data(), text.size()); });
         if (put <= 0) return false;
         text.remove_prefix(static_cast<std::size_t>(put));
     }
@@ -36,11 +42,13 @@ bool closefile(int descriptor) {
     return ::close(descriptor) == 0;
 }
 
-void samefilesystem(const std::filesystem::path& path, const std::filesystem::path& directory) {
+void checksamefilesystem(const std::filesystem::path& path,
+                         const std::filesystem::path& directory) {
     struct stat one;
     struct stat other;
     int reason = EXDEV;
-    if (::stat(path.c_str(), &one) != 0 || ::stat(directory.c_str(), &other) != 0) {
+    if (again([&] { return ::stat(path.c_str(), &one); }) != 0 ||
+        again([&] { return ::stat(directory.c_str(), &other); }) != 0) {
         reason = errno;
     } else if (one.st_dev == other.st_dev) {
         return;

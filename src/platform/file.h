@@ -35,4 +35,4 @@ bool closefile(int descriptor);
 
 // Takes two paths and returns if both lie on one file system, so that the first can be renamed into
 // the second, a directory. Fails in the library's words.
-void samefilesystem(const std::filesystem::path& path, const std::filesystem::path& directory);
+void checksamefilesystem(const std::filesystem::path& path, const std::filesystem::path& directory);

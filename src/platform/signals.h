@@ -1,10 +1,10 @@
 #pragma once
 
-// Both hold signals back until the process ends; children start without (see runchild).
+// Both block signals until the process ends. Children start with none blocked (see runchild).
 
-// Lets a write to a pipe without a reader, or beyond the file size limit, fail instead of ending
-// the process.
-void holdwrites();
+// Blocks PIPE and XFSZ, so that a write to a pipe without a reader, or beyond the file size limit,
+// fails instead of ending the process.
+void blockwritesignals();
 
-// Holds back the signals that end a program from outside: INT, TERM, HUP and QUIT.
-void holdends();
+// Blocks the signals by which somebody stops a program: INT, TERM, HUP and QUIT.
+void blockstops();

@@ -11,6 +11,8 @@
 #include <memory>
 #include <system_error>
 
+#include "platform/again.h"
+
 using std::filesystem::file_type;
 using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
 
@@ -21,7 +23,8 @@ using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
 
 // `more` are flags of the opening.
 static Stream opendirectory(int parent, const char* name, int more, const std::string& path) {
-    const int descriptor = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | more);
+    const int descriptor =
+        again([&] { return ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | more); });
     if (descriptor < 0) fail("cannot open directory", path);
     Stream stream(::fdopendir(descriptor), ::closedir);
     if (!stream) {
@@ -35,25 +38,28 @@ static Stream opendirectory(int parent, const char* name, int more, const std::s
 
 static std::vector<std::string> listing(DIR* stream, const std::string& path) {
     std::vector<std::string> found;
-    errno = 0;
-    while (const dirent* entry = ::readdir(stream)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..") found.push_back(name);
+    for (;;) {
         errno = 0;
+        if (const dirent* entry = ::readdir(stream)) {
+            const std::string name = entry->d_name;
+            if (name != "." && name != "..") found.push_back(name);
+        } else if (errno == 0) {
+            return found;
+        } else if (errno != EINTR) {
+            fail("cannot read directory", path);
+        }
     }
-    if (errno != 0) fail("cannot read directory", path);
-    return found;
 }
 
 // Asked afresh: the type in the listing hides a status that cannot be taken.
 static Entry ask(int directory, const std::string& name, const std::string& path) {
     struct stat status;
-    Entry entry = {directory, name, path, file_type::not_found, 0};
-    if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    Entry entry = {directory, name, path, file_type::not_found};
+    if (again([&] { return ::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW); }) !=
+        0) {
         if (errno != ENOENT && errno != ENOTDIR) fail("cannot take status", path);
         return entry;
     }
-    entry.size = static_cast<std::uintmax_t>(status.st_size);
     entry.type = S_ISREG(status.st_mode)   ? file_type::regular
                  : S_ISDIR(status.st_mode) ? file_type::directory
                  : S_ISLNK(status.st_mode) ? file_type::symlink

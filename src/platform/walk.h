@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -15,17 +14,16 @@ struct Entry {
     const std::string& name;          // its name there
     const std::string& path;          // the walk's root, one separator and the path below it
     std::filesystem::file_type type;  // regular, directory, symlink, not_found or unknown
-    std::uintmax_t size;              // bytes of a regular file
 };
 
 // Takes a directory and gives the names in it, in the system's order, without "." and "..".
 // Fails in the library's words.
 std::vector<std::string> names(const std::filesystem::path& directory);
 
-// Takes a directory, says whether that may be reached through a link of its own name, and calls
-// `visit` for everything below it, at every depth. Each further directory is opened through the one
+// Takes a directory, and whether it may itself be a link, and calls `visit` for everything below
+// it, at every depth. Each further directory is opened through the one
 // that holds it, so that none is entered that has become a link meanwhile. One descriptor is open
-// for each level. Fails in the library's words.
+// for each level. Fails in the library's words, also on a path of PATH_MAX bytes or more.
 void walk(const std::filesystem::path& root, bool linked,
           const std::function<void(const Entry&)>& visit);
 

@@ -61,7 +61,7 @@ static std::optional<Transaction> examine(const History& history, const fs::path
                          .moved = {},
                          .before = true,
                          .interrupted = false};
-    const Manifest brought = own ? ifwhole(read, history.receipt) : Manifest();
+    const Manifest brought = own ? readorempty(read, history.receipt) : Manifest();
     // What the run brought has gone aside ahead of its receipt.
     const bool aside = stands(tx / "repaired" / history.receipt.filename());
     bool complete = removal ? !stands(history.receipt) : own;
@@ -71,8 +71,8 @@ static std::optional<Transaction> examine(const History& history, const fs::path
         const bool saved = stands(backup);
         const bool between =
             standsin(tx, {"staged", "failed", "repaired", "repaired/original"}, key);
-        const Manifest content = ifwhole(tree, dest);
-        const bool asbefore = !content.empty() && content == ifwhole(tree, backup);
+        const Manifest content = readorempty(tree, dest);
+        const bool asbefore = !content.empty() && content == readorempty(tree, backup);
         const bool left =
             stands(tx / "original" / key) || (saved && found.receiptMoved && !asbefore);
         const bool came =
@@ -110,10 +110,10 @@ static Move proved(const fs::path& tx, const BundleKey& key, const fs::path& des
                    const Manifest& vouched) {
     const fs::path original = tx / "original" / key;
     const fs::path backup = tx / "verified-backup" / key;
-    const Manifest content = ifwhole(tree, original);
-    if (!content.empty() && content == ifwhole(tree, backup)) return {original, dest, content};
+    const Manifest content = readorempty(tree, original);
+    if (!content.empty() && content == readorempty(tree, backup)) return {original, dest, content};
     for (const fs::path& other : {backup, dest})
-        if (!vouched.empty() && ifwhole(tree, other) == vouched) return {other, dest, vouched};
+        if (!vouched.empty() && readorempty(tree, other) == vouched) return {other, dest, vouched};
     throw std::runtime_error("Backup verification failed; " + original.string() +
                              (!content.empty() && content == vouched
                                   ? " is whole, the backup is not"
@@ -123,7 +123,7 @@ static Move proved(const fs::path& tx, const BundleKey& key, const fs::path& des
 // What is in place goes aside, a .tmp file too, then the bundles come back, then the receipt.
 static std::vector<Move> plan(const History& history, const Transaction& last) {
     const fs::path repaired = last.directory / "repaired";
-    const Manifest old = ifwhole(read, last.receiptMoved ? last.oldReceipt : history.receipt);
+    const Manifest old = readorempty(read, last.receiptMoved ? last.oldReceipt : history.receipt);
     std::vector<Move> moves;
     std::vector<Move> home;
     for (const BundleKey& key : last.moved) {
@@ -159,6 +159,6 @@ void goback(const History& history) {
             history.passed.empty() ? history.last->directory : history.passed.front();
         moves = {{history.temporary, tx / "repaired" / history.temporary.filename(), {}}};
     }
-    holdends();
+    blockstops();
     moveall(moves);
 }

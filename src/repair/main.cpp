@@ -18,9 +18,9 @@ static void tellpath(const char* what, const fs::path& path) {
 static const char* stateof(const Transaction& last, const BundleKey& key, const fs::path& dest,
                            const Manifest& package) {
     if (!stands(dest)) return "absent";
-    const Manifest now = ifwhole(tree, dest);
+    const Manifest now = readorempty(tree, dest);
     const bool moved = last.moved.contains(key);
-    if (!moved && now == ifwhole(tree, last.directory / "verified-backup" / key)) return "old";
+    if (!moved && now == readorempty(tree, last.directory / "verified-backup" / key)) return "old";
     const Manifest brought = sub(package, key);
     const bool known = now == brought || (brought.empty() && !now.empty());
     return moved && !last.removal && known ? "new" : "changed since";
@@ -28,7 +28,8 @@ static const char* stateof(const Transaction& last, const BundleKey& key, const 
 
 static void tellstates(const History& history, const Transaction& last) {
     tellpath(last.removal ? "  a removal: " : "  an install: ", last.directory);
-    const Manifest package = ifwhole(read, last.newReceipt ? history.receipt : history.temporary);
+    const Manifest package =
+        readorempty(read, last.newReceipt ? history.receipt : history.temporary);
     for (const BundleKey& key : last.bundles) {
         const fs::path dest = target(history.testRoot, key);
         std::cout << "  " << key << " in place: " << stateof(last, key, dest, package) << '\n';
@@ -99,7 +100,7 @@ static bool repair(int argc, char** argv) {
 }
 
 int main(int argc, char** argv) {
-    holdwrites();
+    blockwritesignals();
     try {
         return repair(argc, argv) ? 1 : 0;
     } catch (const std::exception& failure) {

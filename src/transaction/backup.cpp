@@ -34,7 +34,7 @@ static bool ticksof(const std::string& name, const std::string& product, long lo
 static bool holds(const std::filesystem::path& tx, const std::string& format) {
     for (const char* const area : {"verified-backup", "staged", "original", "failed"})
         if (stands(tx / area / format)) return true;
-    const Manifest removed = ifwhole(read, tx / "removed-receipt.sha256");
+    const Manifest removed = readorempty(read, tx / "removed-receipt.sha256");
     return !removed.empty() && removed.begin()->first.starts_with(format + '/');
 }
 
@@ -53,11 +53,10 @@ std::vector<std::filesystem::path> transactions(const std::filesystem::path& sup
     return newest;
 }
 
-void backup(const std::filesystem::path& testRoot, const CapturedTrees& captured,
-            const std::filesystem::path& tx) {
-    for (const auto& [key, found] : captured) {
-        const std::filesystem::path copy = tx / "verified-backup" / key;
-        copyTree(target(testRoot, key), copy);
+void backup(const Work& work) {
+    for (const auto& [key, found] : work.captured) {
+        const std::filesystem::path copy = work.tx / "verified-backup" / key;
+        copyTree(target(work.testRoot, key), copy);
         if (tree(copy) != found) throw std::runtime_error("Backup verification failed");
     }
 }

@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "install/preflight.h"
+#include "transaction/work.h"
 
 // Takes the support directory and the product. Makes the support directory and in it the
-// transaction directory of this run, named by the product and the wall clock in its own ticks, and
-// gives the path of the latter.
+// transaction directory of this run, named by the product and the count of `system_clock` in that
+// clock's own ticks. Gives the path of the latter.
 // Fails with "Backup transaction already exists", like `safe`, or in the library's words.
 std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product);
 
@@ -18,8 +18,7 @@ std::vector<std::filesystem::path> transactions(const std::filesystem::path& sup
                                                 const std::string& product,
                                                 const std::string& format);
 
-// Takes the test root, what preflight captured and the transaction directory. Copies each captured
-// bundle from its destination into the transaction directory, and proves the copy.
+// Copies each captured bundle from its destination to `verified-backup` in the transaction
+// directory, and proves the copy.
 // Fails with "Backup verification failed", or like `target`, `copyTree` and `tree`.
-void backup(const std::filesystem::path& testRoot, const CapturedTrees& captured,
-            const std::filesystem::path& tx);
+void backup(const Work& work);

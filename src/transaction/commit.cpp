@@ -15,23 +15,20 @@ static void moveandrecord(const std::filesystem::path& from, const std::filesyst
     record.push_back(std::move(key));
 }
 
-void commit(const std::filesystem::path& testRoot, bool remove, const Manifest& manifest,
-            const std::set<BundleKey>& bundles, const CapturedTrees& captured,
-            const std::filesystem::path& tx, std::vector<BundleKey>& moved,
-            std::vector<BundleKey>& installed) {
-    for (const BundleKey& key : bundles) {
-        const std::filesystem::path dest = target(testRoot, key);
+void commit(const Work& work, bool remove, Done& done) {
+    for (const BundleKey& key : work.bundles) {
+        const std::filesystem::path dest = target(work.testRoot, key);
         unloaded(dest);
-        if (const auto found = captured.find(key); found != captured.end()) {
+        if (const auto found = work.captured.find(key); found != work.captured.end()) {
             if (tree(dest) != found->second)
                 throw std::runtime_error("Plugin changed during transaction");
-            moveandrecord(dest, tx / "original" / key, key, moved);
+            moveandrecord(dest, work.tx / "original" / key, key, done.moved);
         } else if (std::filesystem::exists(dest)) {
             throw std::runtime_error("New destination appeared");
         }
         if (remove) continue;
-        moveandrecord(tx / "staged" / key, dest, key, installed);
-        if (tree(dest) != sub(manifest, key))
+        moveandrecord(work.tx / "staged" / key, dest, key, done.installed);
+        if (tree(dest) != sub(work.manifest, key))
             throw std::runtime_error("Installed readback mismatch");
     }
 }

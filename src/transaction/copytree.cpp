@@ -15,7 +15,7 @@ static void copyall(const fs::path& from, const fs::path& to) {
         for (const std::string& name : names(from)) copyall(from / name, to / name);
     } else {
         fs::copy(from, to);
-        fs::permissions(to, status.permissions() & fs::perms::all);
+        fs::permissions(to, status.permissions());
     }
 }
 

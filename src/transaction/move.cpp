@@ -23,7 +23,7 @@ void moveall(const std::vector<Move>& moves) {
         while (!stands(above)) above = above.parent_path();
         if (!std::filesystem::is_directory(above))
             throw std::runtime_error("New destination appeared");
-        samefilesystem(from, above);
+        checksamefilesystem(from, above);
     }
     for (const auto& [from, to, proof] : moves) {
         moveto(from, to);

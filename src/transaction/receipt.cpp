@@ -5,25 +5,25 @@
 #include "package/safe.h"
 #include "platform/file.h"
 
-static void moveaway(const std::filesystem::path& receiptPath, const std::filesystem::path& to) {
-    if (std::filesystem::exists(receiptPath)) std::filesystem::rename(receiptPath, to);
+static void moveaway(const Work& work, const char* name) {
+    if (std::filesystem::exists(work.receiptPath))
+        std::filesystem::rename(work.receiptPath, work.tx / name);
 }
 
-void writereceipt(const Manifest& manifest, const std::filesystem::path& receiptPath,
-                  const std::filesystem::path& tx) {
-    const std::filesystem::path temporary = receiptPath.string() + ".tmp";
+void writereceipt(const Work& work) {
+    const std::filesystem::path temporary = work.receiptPath.string() + ".tmp";
     if (stands(temporary))
         throw std::runtime_error("Stale transaction receipt preserved; contact support");
-    const std::string lines = aslines(manifest);
+    const std::string lines = aslines(work.manifest);
     const int descriptor = opennew(temporary);
     if (descriptor < 0) throw std::runtime_error("Cannot write receipt");
     const bool written = writeall(descriptor, lines);
     closefile(descriptor);
     if (!written) throw std::runtime_error("Receipt write failed");
-    moveaway(receiptPath, tx / "previous-receipt.sha256");
-    std::filesystem::rename(temporary, receiptPath);
+    moveaway(work, "previous-receipt.sha256");
+    std::filesystem::rename(temporary, work.receiptPath);
 }
 
-void removereceipt(const std::filesystem::path& receiptPath, const std::filesystem::path& tx) {
-    moveaway(receiptPath, tx / "removed-receipt.sha256");
+void removereceipt(const Work& work) {
+    moveaway(work, "removed-receipt.sha256");
 }

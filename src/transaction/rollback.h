@@ -1,14 +1,9 @@
 #pragma once
 
-#include <filesystem>
-#include <vector>
+#include "transaction/work.h"
 
-#include "package/identity.h"
-
-// Takes the test root, the receipt's path, the transaction directory and what the commit has moved
-// out and in so far. Moves every new bundle to "failed" in the transaction directory, then every
-// old one and the receipt back, in the reverse order.
+// Undoes what the commit has done, the last first: moves every new bundle to `failed` in the
+// transaction directory, then every old one back. The old receipt comes back if nothing stands in
+// its place; what stands there is never replaced, and a .tmp file stays.
 // Fails like `target` or in the library's words, and then stops where it is.
-void rollback(const std::filesystem::path& testRoot, const std::filesystem::path& receiptPath,
-              const std::filesystem::path& tx, const std::vector<BundleKey>& moved,
-              const std::vector<BundleKey>& installed);
+void rollback(const Work& work, const Done& done);

@@ -5,12 +5,11 @@
 #include "package/tree.h"
 #include "transaction/copytree.h"
 
-void stage(const std::filesystem::path& package, const Manifest& manifest,
-           const std::set<BundleKey>& bundles, const std::filesystem::path& tx) {
-    for (const BundleKey& key : bundles) {
-        const std::filesystem::path staged = tx / "staged" / key;
-        copyTree(package / "payload" / key, staged);
-        if (tree(staged) != sub(manifest, key))
+void stage(const Work& work) {
+    for (const BundleKey& key : work.bundles) {
+        const std::filesystem::path staged = work.tx / "staged" / key;
+        copyTree(work.package / "payload" / key, staged);
+        if (tree(staged) != sub(work.manifest, key))
             throw std::runtime_error("Stage verification failed");
     }
 }
