@@ -657,6 +657,8 @@ def signed(at, path, signers):
     signature = f"{path}.sig"
     if not os.path.isfile(signature):
         raise Wrong(f"{path} has no signature at {signature}")
+    if not os.path.isfile(signers):
+        raise Wrong(f"orvelline_signers is no file: {signers}")
     names = ["-f", signers, "-s", signature]
     code, line = run(at, ["ssh-keygen", "-Y", "find-principals", *names])
     if code == 0:
@@ -690,9 +692,9 @@ def checked(at, params, _check, result):
             toolof(path, opened(path)[1])
     elif path:
         package = packageof(path, *opened(path))
-        result["digest"] = package.digest
         if given.get("orvelline_signers"):
             signed(at, path, given["orvelline_signers"])
+        result["digest"] = package.digest
 
 
 def main():
