@@ -1,75 +1,96 @@
-"""Runs the commands of docs/fleet.md, one after the other, on two machines' test roots, and calls
-the plays wrongly."""
+"""The fleet's module, called as Ansible calls it, and the plays as docs/fleet.md calls them."""
 
+import json
 import re
 import shutil
+import sys
 
 import pytest
-from harness import ROOT, disk, write
+from harness import LOADED, ROOT, disk, files, write
 from test_documents import blocks
 
-pytestmark = [pytest.mark.once, pytest.mark.long]
-# studio-2 refuses its first try, and studio-1 each one until studio-2 has the upgrade.
-IN_USE = """case $2 in */studio-2/*) mkdir tried 2>/dev/null && exit 0 ;;
-*) cmp build/fleet/studio-2/support/*.sha256 examples/Marbrel-VST3-next/*.sha256 || exit 0; esac"""
+pytestmark = pytest.mark.once
+SHELL = r"""mkdir -p bin r/orvelline-packages; runs=r/support/Backups unit=000000000
+for name in installer repair; do ln -s $build/tests/$name-under-test bin/orvelline-$name; done
+for name in 1 2; do tar -czf $name.tar.gz -C $name .; done
+on() { bin/orvelline-installer --test-root r --package $1; }
+lsof() { printf '#!/bin/sh\n%s\nexit 1\n' "$1" >lsof; }
+hang() { lsof 'echo $$ >pid; trap "" TERM; sleep 99'; }
+killed() { lsof 'echo >>n; [ $(wc -l <n) -lt 4 ] || kill -9 $PPID'; ! on 2; lsof ''; }
+ran() { for day; do mkdir -p $runs/Marbrel-$(($(date +%s) - day * 86400))$unit/staged/VST3; done; }
+sign() { ssh-keygen -q -t ed25519 -N '' -f k; echo me $(cat k.pub) >keys
+ssh-keygen -q -Y sign -n orvelline-package -f k 1.tar.gz; }
+"""
 
 
-def play(studio, code):
-    """Runs a play on more machines than forks; gives each one's changes and failures, and why."""
-    _, out, err = studio.sh(code, environment={"ANSIBLE_FORKS": "1", "ANSIBLE_PIPELINING": "1"})
-    assert "[WARNING]" not in out + err
-    recap = re.findall(r"^(studio-\d) .* changed=(\d+) .* failed=(\d+)", out, re.M)
-    told = re.findall(r'^ +"(studio-\d: .*)"|FAILED! .*"msg": "(.*)"', out, re.M)
-    return {name: (int(changed), int(bad)) for name, changed, bad in recap}, told
+@pytest.mark.parametrize("code, call, answer, left", [
+    ("on 1; on 2", "present 2", False, "22 2"),
+    ("on 1", "present 2", True, "22 2"),
+    ("on 1; killed", "absent 1", True, " 3"),
+    ("on 1; killed; lsof 'exit 0'", "previous 2", LOADED, "21 2"),
+    ("on 1; touch r/support/Marbrel-VST3.sha256.tmp", "present 2", True, "22 2"),
+    ("on 1", "previous 2", False, "11 1"),
+    ("on 1; on 2; rm -r r/plugins/VST3/*HD*; on 2", "previous 2", True, "11 3"),
+    ("on 1; killed; on 2", "previous 2", True, "11 3"),
+    ("on 1; killed; rm -r $runs/*; on 2", "previous 2", "The runs that are left lead to", "22 1"),
+    ("on 1; rm -r $runs/*", "previous 1", "No run is left to go back to", "11 0"),
+    ("on 1; hang", "present 2", "orvelline-installer did not end within 3 seconds", "11 1"),
+    ("ln -s . 1/l; tar -czf 1.tar.gz 1", "present 1", "{}/1.tar.gz is refused", " 0"),
+    ("mkfifo 1/f; tar -czf 1.tar.gz 1", "present 1", "{}/1.tar.gz is refused", " 0"),
+    ("tar -czPf 1.tar.gz 1/../2", "present 1", "{}/1.tar.gz is refused", " 0"),
+    ("tar -czPf 1.tar.gz $PWD/1", "present 1", "{}/1.tar.gz is refused", " 0"),
+    ("tar -czf 1.tar.gz 1", "present 1", "{}/1.tar.gz is no whole archive of a package", " 0"),
+    ("cp -rL bin 1; cp /bin/ls 1/bin/orvelline-repair; tar -czf 1.tar.gz 1", "tool 1", "{}", " 0"),
+    ("on 1; ran 91 92 93; for x in $runs/*; do ln -s ../../.. $x/x; done", "clean -", True, "11 3"),
+    ("unit=000000; ran 1 2 3 4 91; mkdir $runs/Marbrel-1-2", "clean -", True, " 5"),
+    ("ran 1 2 3 91; touch r/support/Marbrel-VST3.sha256.tmp", "clean -", "Nothing was rem", " 4"),
+    ("", "checked 1 orvelline_wait=2m", "orvelline_wait is no whole number: 2m", " 0"),
+    ("sign", "checked 1 orvelline_signers=keys", False, " 0"),
+    ("sign; cp 2.tar.gz 1.tar.gz", "checked 1 orvelline_signers=keys", "{}/1.tar.gz has no", " 0")])
+def test_module(studio, code, call, answer, left):
+    for name in "1", "2":
+        studio.package(name, files(name))
+    prepared = studio.sh(SHELL + code, environment={"build": studio.build})
+    assert prepared[0] == 0, prepared
+    state, package, *more = call.split()
+    path = f"{studio.place}/{package}.tar.gz"
+    for check in True, False:
+        before = disk(studio.place / "r")
+        write(studio.place / "asked", json.dumps({"ANSIBLE_MODULE_ARGS": {
+            "state": state, "package": path, "timeout": 3 if "hang" in code else 60,
+            "test_root": f"{studio.place}/r",
+            "program": f"{studio.place}/bin/orvelline-installer", "_ansible_check_mode": check,
+            "variables": dict(word.split("=") for word in [f"orvelline_package={path}", *more])}}))
+        told = studio.sh(f"'{sys.executable}' '{ROOT}/fleet/library/orvelline.py' <asked")[1]
+        told = json.loads(told)
+        said = told["msg"] if told.get("failed") else str(told["changed"])
+        found = said.startswith(str(answer).format(studio.place)), told.get("retry", False)
+        assert found == (True, answer == LOADED), (check, told)
+        assert not check or disk(studio.place / "r") == before
+    seen = studio.sh("""cat r/plugins/*/*/b | tr -dc 12; echo " $(ls r/support/Backups | wc -l)"
+        ! xargs -I{} grep -q . /proc/{}/cmdline <pid""")
+    assert seen[:2] == (0, f"{left}\n"), seen
 
 
-def test_fleet(studio):
-    shutil.copytree(ROOT / "examples", studio.place / "examples")
+@pytest.mark.long
+def test_plays(studio):
+    for part in "examples", "fleet", "tools":
+        shutil.copytree(ROOT / part, studio.place / part)
     for name in "installer", "repair":
-        program = f"#!/bin/sh\necho >&2; cd {studio.place}\n" \
-                  f"'{studio.build}/tests/{name}-under-test' \"$@\"\n"
-        write(studio.place / f"build/release/orvelline-{name}", program).chmod(0o755)
-    first, second = (studio.place / f"build/fleet/studio-{number}" for number in (1, 2))
-    bundle = second / "plugins/VST3/MarbrelHD.vst3"
-    why = f"Unknown or modified plugin preserved: {bundle}"
-    tool, install, upgrade, back, remove, cleanup = (code for _, code in blocks("docs/fleet.md"))
-    play(studio, tool)
-    for code, before, one, two, package in [
-            (install, "", 1, (1, 0), "Marbrel-VST3"),
-            # Another archive of the same package has left a file in the copy.
-            (install, f"rm -r {bundle}; cd {second}/*packages/*/payload/VST3/*HD*; touch x",
-             0, (1, 0), "Marbrel-VST3"),
-            (upgrade, "", 1, (1, 0), "Marbrel-VST3-next"),
-            (back, f"touch {first}/support/Marbrel-VST3.sha256.tmp", 1, (1, 0), "Marbrel-VST3"),
-            (remove, f"touch {bundle}/new", 1, (0, 1), "none"),
-            (cleanup, "", 1, (1, 0), "none")]:
-        studio.lsof()
-        state = disk(first / "plugins"), disk(first / "support")
-        assert play(studio, f"{code} --check --limit studio-1") == ({"studio-1": (one, 0)}, [])
-        assert (disk(first / "plugins"), disk(first / "support")) == state
-        assert studio.sh(before)[0] == 0
-        studio.lsof({"*": IN_USE} if code == upgrade else {})
-        assert play(studio, code) == ({"studio-1": (one, 0), "studio-2": two}, [
-            (f"studio-2: {why}", ""), ("", why)] if two[1] else [])
-        payload = studio.place / "examples" / package / "payload"
-        assert disk(first / "plugins") == (disk(payload) or {"VST3": "directory"})
-    # What a way back needs stays, and the copy of what is installed.
-    assert [[len(list(root.glob(part))) for root in (first, second)] for part in (
-        "support/Backups/*", "support/Backups/*/original/*/*", "orvelline-packages/*/payload")
-    ] == [[1, 2], [2, 1], [0, 1]]
-
-
-@pytest.mark.parametrize("options, answer", [
-    ("package=p install", "Give the absolute path of the package's archive, with -e package=/..."),
-    *((f"package={file} install",
-       f"{file} is no whole archive with CONTENTS.sha256 and PRODUCT.txt at its top")
-      for file in ("/p", "{}/cut")),
-    ("package=/p -e state=new install", "There is no state new: it is present, absent or previous"),
-    ("tool=t tool", "Give the absolute path of the tool's package or archive, with -e tool=/..."),
-    *((f"tool={file} tool", f"{file} is no Debian package, and no whole archive with the tool")
-      for file in ("/t.deb", "{}/whole"))])
-def test_wrong_call(studio, options, answer):
-    code = f"""tar -czf whole -C '{ROOT}/examples/Marbrel-VST3' .; head -c -9 whole >cut
-    cd '{ROOT}/examples/fleet'; ansible-playbook -i rehearsal.yml -e {options}.yml"""
-    assert play(studio, code.format(studio.place)) == (
-        {"studio-1": (0, 1)}, [("", answer.format(studio.place))])
+        write(studio.place / f"build/release/orvelline-{name}", f"#!/bin/sh\ncd {studio.place}\n"
+              f"'{studio.build}/tests/{name}-under-test' \"$@\"\n").chmod(0o755)
+    # studio-2 refuses its first try of the upgrade, and in the end has a plug-in of somebody else.
+    studio.lsof({"*": "case $2 in */studio-2/*) mkdir tried 2>/dev/null && exit 0; esac"})
+    codes = [code for _, code in blocks("docs/fleet.md")]
+    bundle = f"{studio.place}/build/fleet/studio-2/plugins/VST3/MarbrelHD.vst3"
+    status, out, err = studio.sh("\n".join([*codes, f"mkdir {bundle}; >{bundle}/x", codes[1]]),
+                                 environment={"ANSIBLE_FORKS": "1"})
+    told = re.findall(r'(?<=^        ").*(?=")|(?<=changed=)\d', out, re.M)
+    rest = [line for line in told if "nothing" not in line and line != "2 of 2 machines are done"]
+    assert (status, rest, err) == (2, [
+        "1", "1", "1", "1", "1 of 1 machines are done", "1",
+        "studio-1: Marbrel VST3: 04b906a5900a (Marbrel-VST3-next.tar.gz)",
+        "studio-2: Marbrel VST3: 809d24f1f0e1", "0", "0", "0", "1", "1", "1", "1", "1", "1", "1",
+        "0", "0", "1 of 2 machines are done",
+        f"studio-2: Unknown or modified plugin preserved: {bundle}", "1", "0"], ""), out
+    assert re.search(r"preserved: .*\n    \]\n}\n\nPLAY RECAP", out), out
