@@ -33,6 +33,7 @@ bool writeall(int descriptor, std::string_view text);
 // Takes a descriptor and closes it. Gives whether that worked.
 bool closefile(int descriptor);
 
-// Takes two paths and returns if both lie on one file system, so that the first can be renamed into
-// the second, a directory. Fails in the library's words.
-void checksamefilesystem(const std::filesystem::path& path, const std::filesystem::path& directory);
+// Takes a path and an existing directory, and returns if the path can be renamed into the
+// directory: both lie on one file system, and may be written to where a rename writes, which is in
+// a renamed directory as well. Fails in the library's words.
+void checkrename(const std::filesystem::path& path, const std::filesystem::path& directory);

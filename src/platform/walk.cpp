@@ -92,13 +92,3 @@ void walk(const std::filesystem::path& root, bool linked,
     const int more = linked ? 0 : O_NOFOLLOW;
     descend(opendirectory(AT_FDCWD, root.c_str(), more, root).get(), (root / "").native(), visit);
 }
-
-std::filesystem::file_time_type oldest(const std::filesystem::path& path) {
-    if (!std::filesystem::is_directory(path)) return std::filesystem::last_write_time(path);
-    auto first = std::filesystem::file_time_type::max();
-    walk(path, false, [&](const Entry& entry) {
-        if (entry.type == file_type::regular)
-            first = std::min(first, std::filesystem::last_write_time(entry.path));
-    });
-    return first;
-}

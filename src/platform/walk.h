@@ -26,7 +26,3 @@ std::vector<std::string> names(const std::filesystem::path& directory);
 // for each level. Fails in the library's words, also on a path of PATH_MAX bytes or more.
 void walk(const std::filesystem::path& root, bool linked,
           const std::function<void(const Entry&)>& visit);
-
-// Takes a file or a directory and gives when the file, or the oldest file at any depth below the
-// directory, was last written. Fails in the library's words.
-std::filesystem::file_time_type oldest(const std::filesystem::path& path);

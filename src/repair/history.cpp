@@ -1,164 +1,175 @@
 #include "repair/history.h"
 
 #include <algorithm>
-#include <initializer_list>
+#include <charconv>
+#include <functional>
+#include <map>
 #include <stdexcept>
 
 #include "install/locations.h"
-#include "install/unloaded.h"
 #include "package/safe.h"
 #include "package/tree.h"
-#include "platform/signals.h"
 #include "platform/walk.h"
-#include "transaction/backup.h"
-#include "transaction/move.h"
 
 namespace fs = std::filesystem;
+using Clock = std::chrono::system_clock;
 
-// What an install has written is not older than the place of its copies.
-static bool wrote(const fs::path& tx, const fs::path& path) {
-    return stands(path) && oldest(path) >= fs::last_write_time(tx / "staged");
+// Gives when a file, or the oldest file of a bundle, was written. The age of a directory says
+// nothing: it changes where somebody only looks.
+static Time written(const fs::path& path) {
+    Time oldest = Time::max();
+    const auto take = [&](const fs::path& file) {
+        const auto time = std::chrono::file_clock::to_sys(fs::last_write_time(file));
+        oldest = std::min(oldest, std::chrono::time_point_cast<Clock::duration>(time));
+    };
+    if (!fs::is_directory(path)) take(path);
+    if (oldest != Time::max()) return oldest;
+    walk(path, false, [&](const Entry& entry) {
+        if (entry.type == fs::file_type::regular) take(entry.path);
+    });
+    return oldest;
 }
 
-// Where an install has found no bundle, its receipt tells if it brought one; else only the time. If
-// a newer run has put the same there since, that of what this has put aside.
-static bool standsnew(const History& history, const fs::path& tx, const BundleKey& key,
-                      const Manifest& brought) {
-    const fs::path dest = target(history.testRoot, key);
-    if (!brought.empty()) return stands(dest) && !sub(brought, key).empty();
-    const fs::path under = history.last ? history.last->directory / "original" / key : dest;
-    return wrote(tx, stands(under) ? under : dest);
+// The format is not in the name of a run's directory.
+static bool holds(const fs::path& directory, const std::string& format) {
+    for (const char* const area : {"verified-backup", "staged", "original"})
+        if (stands(directory / area / format)) return true;
+    const Manifest removed = readorempty(read, directory / "removed-receipt.sha256");
+    return !removed.empty() && removed.begin()->first.starts_with(format + '/');
 }
 
-static bool standsin(const fs::path& tx, std::initializer_list<const char*> areas,
-                     const BundleKey& key) {
-    return std::any_of(areas.begin(), areas.end(),
-                       [&](const char* area) { return stands(tx / area / key); });
-}
+using Runs = std::map<Time, fs::path, std::greater<>>;
 
-// Gives whether the receipt in place is what the transaction wrote: none of its bundles is still
-// staged, or was rolled back.
-static bool ownreceipt(const History& history, const fs::path& tx,
-                       const std::set<BundleKey>& known) {
-    for (const BundleKey& key : known)
-        if (standsin(tx, {"staged", "failed"}, key)) return false;
-    return stands(tx / "staged") && stands(history.receipt) &&
-           (stands(tx / "previous-receipt.sha256") || wrote(tx, history.receipt));
-}
-
-// Gives nothing for a transaction that changed nothing, or nothing any longer.
-static std::optional<Transaction> examine(const History& history, const fs::path& tx) {
-    const bool removal = !stands(tx / "staged");
-    const char* const name = removal ? "removed-receipt.sha256" : "previous-receipt.sha256";
-    const std::set<BundleKey> known = knownbundles(history.product, history.format);
-    const bool own = ownreceipt(history, tx, known);
-    Transaction found = {.directory = tx,
-                         .removal = removal,
-                         .oldReceipt = tx / name,
-                         .newReceipt = own,
-                         .receiptMoved = own || stands(tx / name),
-                         .bundles = {},
-                         .moved = {},
-                         .before = true,
-                         .interrupted = false};
-    const Manifest brought = own ? readorempty(read, history.receipt) : Manifest();
-    // What the run brought has gone aside ahead of its receipt.
-    const bool aside = stands(tx / "repaired" / history.receipt.filename());
-    bool complete = removal ? !stands(history.receipt) : own;
-    for (const BundleKey& key : known) {
-        const fs::path dest = target(history.testRoot, key);
-        const fs::path backup = tx / "verified-backup" / key;
-        const bool saved = stands(backup);
-        const bool between =
-            standsin(tx, {"staged", "failed", "repaired", "repaired/original"}, key);
-        const Manifest content = readorempty(tree, dest);
-        const bool asbefore = !content.empty() && content == readorempty(tree, backup);
-        const bool left =
-            stands(tx / "original" / key) || (saved && found.receiptMoved && !asbefore);
-        const bool came =
-            !removal && !saved && !between && !aside && standsnew(history, tx, key, brought);
-        if (left || came) found.moved.insert(key);
-        if (left || came || saved || between) found.bundles.insert(key);
-        complete = complete && !between && (left || !removal || !saved);
-        found.before = found.before && !came && (!left || asbefore);
+static Runs runsof(const fs::path& backups, const std::string& product, const std::string& format) {
+    Runs runs;
+    if (!stands(backups)) return runs;
+    const std::string prefix = product + '-';
+    for (const std::string& name : names(backups)) {
+        Clock::rep ticks = 0;
+        const char* const end = name.data() + name.size();
+        if (!name.starts_with(prefix)) continue;
+        const auto [rest, error] = std::from_chars(name.data() + prefix.size(), end, ticks);
+        if (rest == end && error == std::errc() && holds(backups / name, format))
+            runs.emplace(Clock::duration(ticks), backups / name);
     }
-    if (found.moved.empty() && !found.receiptMoved) return {};
-    found.before = found.before && !found.receiptMoved;
-    found.interrupted = !found.before && !complete;
-    return found;
+    if (!runs.empty() && runs.begin()->first > Clock::now())
+        throw std::runtime_error("Run lies in the future; check the clock: " +
+                                 runs.begin()->second.string());
+    return runs;
+}
+
+static Bundle find(const History& history, const fs::path& directory, const BundleKey& key) {
+    const auto in = [&](const char* area) { return stands(directory / area / key); };
+    const fs::path place = target(history.testRoot, key);
+    const fs::path backup = directory / "verified-backup" / key;
+    return {.key = key,
+            .place = place,
+            .original = directory / "original" / key,
+            .backup = backup,
+            .now = readorempty(tree, place),
+            .saved = readorempty(tree, backup),
+            .waiting = in("staged") || in("failed"),
+            .aside = in("repaired") || in("repaired/original")};
+}
+
+// Gives whether what a receipt says of a bundle, and when it was written, fits the run's own.
+static bool fits(const Run& run, const Bundle& bundle, const Manifest& receipt, Time when) {
+    const Manifest listed = sub(receipt, bundle.key);
+    const fs::path repaired = run.directory / "repaired" / bundle.key;
+    const fs::path& brought = stands(repaired) ? repaired : bundle.place;
+    if (stands(bundle.backup) && (listed.empty() || readorempty(tree, brought) != listed))
+        return false;
+    if (!stands(brought)) return true;
+    const Time came = written(brought);
+    if (when < run.start) return came <= when;
+    return !listed.empty() || receipt.empty() || came < run.start || came > when;
+}
+
+static bool isown(const History& history, const Run& run) {
+    if (run.removal || !stands(history.receipt) ||
+        stands(run.directory / "repaired" / history.receipt.filename()))
+        return false;
+    for (const Bundle& bundle : run.bundles)
+        if (bundle.waiting) return false;
+    if (stands(run.oldReceipt)) return true;
+    const Time when = written(history.receipt);
+    const Manifest receipt = readorempty(read, history.receipt);
+    return when >= run.earliest &&
+           std::all_of(run.bundles.begin(), run.bundles.end(),
+                       [&](const Bundle& bundle) { return fits(run, bundle, receipt, when); });
+}
+
+// Gives whether the run brought what is in place of a bundle where nothing stood. The receipt is
+// its own or, where that is not in place, the old one.
+static bool camewith(const History& history, const Run& run, const Bundle& bundle,
+                     const fs::path& receipt) {
+    if (run.removal || stands(bundle.backup) || !stands(bundle.place) ||
+        stands(run.directory / "repaired" / history.receipt.filename()))
+        return false;
+    const Manifest content = readorempty(read, receipt);
+    const Manifest listed = sub(content, bundle.key);
+    if (run.ownReceipt && !content.empty()) return !listed.empty();
+    return written(bundle.place) >= run.earliest && (listed.empty() || listed != bundle.now);
+}
+
+// Gives nothing for a run that has changed nothing, or nothing any longer.
+static std::optional<Run> examine(const History& history, const fs::path& directory, Time start,
+                                  Time earliest) {
+    const fs::path previous = directory / "previous-receipt.sha256";
+    const fs::path removed = directory / "removed-receipt.sha256";
+    Run run = {directory, start, earliest, !stands(directory / "staged") && !stands(previous),
+               previous,  {}};
+    for (const BundleKey& key : knownbundles(history.product, history.format)) {
+        run.bundles.push_back(find(history, directory, key));
+        // Where its empty directories were tidied away, an install is told by what it brought.
+        const Bundle& bundle = run.bundles.back();
+        if (stands(bundle.original) && stands(bundle.place) && !stands(removed))
+            run.removal = false;
+    }
+    if (run.removal) run.oldReceipt = removed;
+    run.ownReceipt = isown(history, run);
+    run.receiptMoved = run.ownReceipt || stands(run.oldReceipt);
+    const fs::path& receipt =
+        run.ownReceipt || !run.receiptMoved ? history.receipt : run.oldReceipt;
+    bool moved = run.receiptMoved;
+    bool complete = run.removal ? !stands(history.receipt) : run.ownReceipt;
+    // Bundles come in key order, and go in the other.
+    bool earlier = false;
+    for (Bundle& bundle : run.bundles) {
+        const bool same = !bundle.now.empty() && bundle.now == bundle.saved;
+        earlier = earlier || bundle.waiting || bundle.aside;
+        bundle.taken =
+            stands(bundle.original) || (stands(bundle.backup) && run.receiptMoved && !same);
+        bundle.brought = !bundle.taken && !earlier && camewith(history, run, bundle, receipt);
+        moved = moved || bundle.taken || bundle.brought;
+        run.asBefore = run.asBefore && !bundle.brought && (!bundle.taken || same);
+        complete = complete && !bundle.waiting && !bundle.aside &&
+                   (!run.removal || bundle.taken || !stands(bundle.backup));
+    }
+    if (!moved) return {};
+    run.asBefore = run.asBefore && !run.receiptMoved;
+    run.interrupted = !run.asBefore && !complete;
+    return run;
 }
 
 History survey(const fs::path& testRoot, const std::string& product, const std::string& format) {
     const fs::path support = supportdir(testRoot);
     const fs::path receipt = receiptpath(support, product, format);
-    History history = {testRoot, product, format, receipt, receipt.string() + ".tmp", {}, {}};
-    for (const fs::path& tx : transactions(support, product, format)) {
-        const std::optional<Transaction> found = examine(history, tx);
-        if (!history.last && !found) history.passed.push_back(tx);
-        if (!found) continue;
-        if (!history.last) history.last = found;
+    History history = {testRoot, product, format, receipt, receipt.string() + ".tmp", {}, {}, {}};
+    const Runs runs = runsof(support / "Backups", product, format);
+    if (!runs.empty()) history.newest = runs.begin()->second;
+    for (auto place = runs.begin(); place != runs.end();) {
+        const auto& [start, directory] = *place++;
+        const Time earliest = start - std::chrono::seconds(1);
+        const Time older = place == runs.end() ? earliest : place->first;
+        const std::optional<Run> run =
+            examine(history, directory, start, std::max(earliest, older));
+        if (!history.last && !run) history.passed.push_back(directory);
+        if (!run) continue;
+        if (!history.last) history.last = run;
         // Where it has left all as before, what was before may itself be interrupted.
-        history.last->interrupted = found->interrupted;
-        if (!found->before) break;
+        history.last->interrupted = run->interrupted;
+        if (!run->asBefore) break;
     }
     return history;
-}
-
-// Gives the move that brings the old bundle back. Where its original is damaged and the old receipt
-// vouches for the backup, that moves, or what a repair that was killed has put in place stays.
-static Move proved(const fs::path& tx, const BundleKey& key, const fs::path& dest,
-                   const Manifest& vouched) {
-    const fs::path original = tx / "original" / key;
-    const fs::path backup = tx / "verified-backup" / key;
-    const Manifest content = readorempty(tree, original);
-    if (!content.empty() && content == readorempty(tree, backup)) return {original, dest, content};
-    for (const fs::path& other : {backup, dest})
-        if (!vouched.empty() && readorempty(tree, other) == vouched) return {other, dest, vouched};
-    throw std::runtime_error("Backup verification failed; " + original.string() +
-                             (!content.empty() && content == vouched
-                                  ? " is whole, the backup is not"
-                                  : " and the backup differ"));
-}
-
-// What is in place goes aside, a .tmp file too, then the bundles come back, then the receipt.
-static std::vector<Move> plan(const History& history, const Transaction& last) {
-    const fs::path repaired = last.directory / "repaired";
-    const Manifest old = readorempty(read, last.receiptMoved ? last.oldReceipt : history.receipt);
-    std::vector<Move> moves;
-    std::vector<Move> home;
-    for (const BundleKey& key : last.moved) {
-        const fs::path dest = target(history.testRoot, key);
-        const fs::path original = last.directory / "original" / key;
-        const bool left = stands(original) || stands(last.directory / "verified-backup" / key);
-        const Move back = left ? proved(last.directory, key, dest, sub(old, key)) : Move();
-        unloaded(dest);
-        if (back.from != dest) {
-            moves.push_back({dest, repaired / key, {}});
-            home.push_back(back);
-        }
-        if (back.from != original) home.push_back({original, repaired / "original" / key, {}});
-    }
-    if (last.receiptMoved)
-        moves.push_back({history.receipt, repaired / history.receipt.filename(), {}});
-    moves.push_back({history.temporary, repaired / history.temporary.filename(), {}});
-    moves.insert(moves.end(), home.begin(), home.end());
-    moves.push_back({last.oldReceipt, history.receipt, {}});
-    std::erase_if(moves, [](const Move& move) { return !stands(move.from); });
-    return moves;
-}
-
-void goback(const History& history) {
-    const bool stale = stands(history.temporary);
-    std::vector<Move> moves;
-    if (history.last && (history.last->interrupted || !stale)) {
-        moves = plan(history, *history.last);
-    } else if (stale) {
-        if (!history.last && history.passed.empty())
-            throw std::runtime_error("Stale transaction receipt preserved; contact support");
-        const fs::path& tx =
-            history.passed.empty() ? history.last->directory : history.passed.front();
-        moves = {{history.temporary, tx / "repaired" / history.temporary.filename(), {}}};
-    }
-    blockstops();
-    moveall(moves);
 }

@@ -1,11 +1,18 @@
+#include <exception>
 #include <iostream>
+#include <regex>
+#include <set>
 #include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "cli/options.h"
 #include "install/locations.h"
 #include "package/safe.h"
 #include "package/tree.h"
 #include "platform/signals.h"
+#include "repair/back.h"
 #include "repair/history.h"
 
 namespace fs = std::filesystem;
@@ -14,66 +21,110 @@ static void tellpath(const char* what, const fs::path& path) {
     if (stands(path)) std::cout << what << path.native() << '\n';
 }
 
-// `package` is what the transaction brings, as far as that is known.
-static const char* stateof(const Transaction& last, const BundleKey& key, const fs::path& dest,
-                           const Manifest& package) {
-    if (!stands(dest)) return "absent";
-    const Manifest now = readorempty(tree, dest);
-    const bool moved = last.moved.contains(key);
-    if (!moved && now == readorempty(tree, last.directory / "verified-backup" / key)) return "old";
-    const Manifest brought = sub(package, key);
-    const bool known = now == brought || (brought.empty() && !now.empty());
-    return moved && !last.removal && known ? "new" : "changed since";
+static const char* stateof(const Run& run, const Bundle& bundle, const Manifest& receipt) {
+    if (!stands(bundle.place)) return "absent";
+    if (bundle.now.empty()) return "changed since";
+    const bool listed = bundle.now == sub(receipt, bundle.key);
+    if (run.ownReceipt && !receipt.empty())
+        return listed ? "as this run brought it" : "changed since";
+    if (listed || bundle.now == bundle.saved) return "as before this run";
+    const bool moved = bundle.taken || bundle.brought;
+    return moved && !bundle.waiting && !bundle.aside && !run.removal ? "not proved"
+                                                                     : "changed since";
 }
 
-static void tellstates(const History& history, const Transaction& last) {
-    tellpath(last.removal ? "  a removal: " : "  an install: ", last.directory);
-    const Manifest package =
-        readorempty(read, last.newReceipt ? history.receipt : history.temporary);
-    for (const BundleKey& key : last.bundles) {
-        const fs::path dest = target(history.testRoot, key);
-        std::cout << "  " << key << " in place: " << stateof(last, key, dest, package) << '\n';
-        const fs::path original = last.directory / "original" / key;
-        const bool gone = last.moved.contains(key) && !stands(original);
-        tellpath("    the old one: ", gone ? last.directory / "verified-backup" / key : original);
-        for (const char* const area : {"staged", "failed", "repaired"})
-            tellpath("    the new one: ", last.directory / area / key);
-    }
-    const char* const receipt = !stands(history.receipt)   ? "absent"
-                                : last.newReceipt          ? "new"
-                                : !stands(last.oldReceipt) ? "old"
-                                                           : "changed since";
-    std::cout << "  receipt in place: " << receipt << '\n';
-    tellpath("    the old one: ", last.oldReceipt);
+static void tellbundle(const Run& run, const Bundle& bundle, const Manifest& receipt) {
+    if (!bundle.waiting && !bundle.aside && !bundle.taken && !bundle.brought &&
+        !stands(bundle.backup) && sub(receipt, bundle.key).empty())
+        return;
+    std::cout << "  " << bundle.key << " in place: " << stateof(run, bundle, receipt) << '\n';
+    const bool gone = bundle.taken && !stands(bundle.original);
+    tellpath("    the old one: ", gone ? bundle.backup : bundle.original);
+    for (const char* const area : {"staged", "failed", "repaired"})
+        tellpath("    the new one: ", run.directory / area / bundle.key);
 }
 
-// Gives what to do, nothing if nothing is interrupted. Unless asked, it leaves out what has left no
-// trace.
-static std::string tell(const History& history, bool asked) {
+static void tellrun(const History& history, const Run& run, const Manifest& receipt) {
+    tellpath(run.removal ? "  a removal: " : "  an install: ", run.directory);
+    for (const Bundle& bundle : run.bundles) tellbundle(run, bundle, receipt);
+    const char* const state = !stands(history.receipt)  ? "absent"
+                              : receipt.empty()         ? "damaged"
+                              : run.ownReceipt          ? "as this run brought it"
+                              : !stands(run.oldReceipt) ? "as before this run"
+                                                        : "changed since";
+    std::cout << "  receipt in place: " << state << '\n';
+    tellpath("    the old one: ", run.oldReceipt);
+}
+
+// Gives the bundles that the receipt lists and that are not in place as it lists them.
+static std::set<BundleKey> differing(const History& history, const Manifest& receipt) {
+    std::set<BundleKey> bundles = knownbundles(history.product, history.format);
+    std::erase_if(bundles, [&](const BundleKey& key) {
+        const Manifest listed = sub(receipt, key);
+        return listed.empty() || listed == readorempty(tree, target(history.testRoot, key));
+    });
+    return bundles;
+}
+
+static const char* outcomeof(const History& history) {
+    if (!history.last) return "no transaction to go back to";
+    if (history.last->interrupted) return "a run was interrupted";
+    return history.last->asBefore ? "the last run left all as it was" : "the last run has finished";
+}
+
+// What is to be done in the end.
+struct Advice {
+    std::string lines;     // where something is interrupted or damaged
+    bool differs = false;  // a bundle is not as its receipt lists it
+};
+
+static void advise(const History& history, bool damaged, Advice& advice) {
     const bool stale = stands(history.temporary);
-    if (!asked && !stale && !history.last && history.passed.empty() && !stands(history.receipt))
-        return "";
-    std::cout << history.product << ' ' << history.format << ": "
-              << (!history.last               ? "no transaction to go back to"
-                  : history.last->interrupted ? "a run was interrupted"
-                                              : "the last run has finished")
-              << '\n';
-    if (history.last) tellstates(history, *history.last);
+    if (stale && history.newest.empty()) {
+        advice.lines += "Move that file away by hand\n";
+    } else if (stale || (history.last && history.last->interrupted)) {
+        // A quote in the path would end the text for the shell.
+        const std::string root =
+            std::regex_replace(history.testRoot.native(), std::regex("'"), R"('\'')");
+        advice.lines += "Close all hosts and type: orvelline-repair" +
+                        (root.empty() ? "" : " --test-root '" + root + "'") + " --product " +
+                        history.product + " --format " + history.format + " --back\n";
+    } else if (damaged) {
+        advice.lines +=
+            "Move the damaged receipt away by hand, and install the installed version "
+            "again: " +
+            history.receipt.native() + '\n';
+    }
+}
+
+// Unless asked, it leaves out what has left no trace.
+static void tell(const History& history, bool asked, Advice& advice) {
+    if (!asked && !stands(history.temporary) && !history.last && history.passed.empty() &&
+        !stands(history.receipt))
+        return;
+    const Manifest receipt = readorempty(read, history.receipt);
+    const std::set<BundleKey> others = differing(history, receipt);
+    const bool damaged = stands(history.receipt) && receipt.empty();
+    std::cout << history.product << ' ' << history.format << ": " << outcomeof(history) << '\n';
+    if (history.last) {
+        tellrun(history, *history.last, receipt);
+    } else {
+        for (const BundleKey& key : others)
+            std::cout << "  " << key << " in place: "
+                      << (stands(target(history.testRoot, key)) ? "changed since\n" : "absent\n");
+        if (damaged) std::cout << "  receipt in place: damaged\n";
+    }
     tellpath("  left by an interrupted run: ", history.temporary);
-    for (const fs::path& tx : history.passed)
-        tellpath(stands(tx / "original") || stands(tx / "failed") || stands(tx / "repaired")
+    for (const fs::path& run : history.passed)
+        tellpath(stands(run / "failed") || stands(run / "repaired" / history.format)
                      ? "  passed over, undone: "
                      : "  passed over, changed nothing: ",
-                 tx);
-    if (!stale && !(history.last && history.last->interrupted)) return "";
-    if (!history.last && history.passed.empty()) return "Move that file away by hand\n";
-    const std::string& root = history.testRoot.native();
-    return "Close all hosts and type: orvelline-repair" +
-           (root.empty() ? "" : " --test-root '" + root + "'") + " --product " + history.product +
-           " --format " + history.format + " --back\n";
+                 run);
+    advise(history, damaged, advice);
+    advice.differs = advice.differs || !others.empty();
 }
 
-// Gives whether something is interrupted in the end.
+// Gives whether something is interrupted or damaged in the end.
 static bool repair(int argc, char** argv) {
     fs::path testRoot;
     std::string product;
@@ -90,13 +141,19 @@ static bool repair(int argc, char** argv) {
     if (!all) checkproduct(product);
     if (!all) checkformat(format);
     if (back) goback(survey(testRoot, product, format));
-    std::string advice;
-    for (const std::string one : {"Marbrel", "Quellotrone"})
-        for (const std::string other : {"VST3", "Components"})
+    std::vector<History> histories;
+    for (const std::string_view one : products)
+        for (const std::string_view other : formats)
             if (all || (one == product && other == format))
-                advice += tell(survey(testRoot, one, other), !all);
-    std::cout << (advice.empty() ? "Nothing needs to be done\n" : advice);
-    return !advice.empty();
+                histories.push_back(survey(testRoot, std::string(one), std::string(other)));
+    Advice advice;
+    for (const History& history : histories) tell(history, !all, advice);
+    if (advice.lines.empty())
+        std::cout << (advice.differs ? "A bundle is absent or changed since: move what is changed "
+                                       "to a place of your own, and install its package again\n"
+                                     : "Nothing needs to be done\n");
+    std::cout << advice.lines;
+    return !advice.lines.empty();
 }
 
 int main(int argc, char** argv) {

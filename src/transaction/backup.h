@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "transaction/work.h"
 
@@ -11,12 +10,6 @@
 // clock's own ticks. Gives the path of the latter.
 // Fails with "Backup transaction already exists", like `safe`, or in the library's words.
 std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product);
-
-// Takes the support directory, a product and a format, and gives the transaction directories that
-// hold something of them, newest first. Fails like `safe`, or in the library's words.
-std::vector<std::filesystem::path> transactions(const std::filesystem::path& support,
-                                                const std::string& product,
-                                                const std::string& format);
 
 // Copies each captured bundle from its destination to `verified-backup` in the transaction
 // directory, and proves the copy.

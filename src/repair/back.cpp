@@ -1,0 +1,88 @@
+#include "repair/back.h"
+
+#include <set>
+#include <stdexcept>
+
+#include "install/unloaded.h"
+#include "package/safe.h"
+#include "package/tree.h"
+#include "platform/file.h"
+#include "platform/signals.h"
+#include "transaction/move.h"
+
+namespace fs = std::filesystem;
+
+// A rename, and what has to be read back of a bundle after it; empty when nothing has.
+struct Move {
+    fs::path from;
+    fs::path to;
+    Manifest proof;
+};
+
+// Gives the move that brings the old bundle back: the original or, where that is damaged and the
+// old receipt vouches for it, the backup.
+static Move proved(const Bundle& bundle, const Manifest& vouched) {
+    const Manifest content = readorempty(tree, bundle.original);
+    if (!content.empty() && content == bundle.saved)
+        return {bundle.original, bundle.place, content};
+    if (!vouched.empty() && bundle.saved == vouched) return {bundle.backup, bundle.place, vouched};
+    throw std::runtime_error("Backup verification failed; " + bundle.original.string() +
+                             (!content.empty() && content == vouched
+                                  ? " is whole, the backup is not"
+                                  : " and the backup differ"));
+}
+
+// What is in place goes aside, the last bundle first, then the receipt; then the bundles come back,
+// then the receipt.
+static std::vector<Move> plan(const Run& run, const fs::path& receipt) {
+    const fs::path repaired = run.directory / "repaired";
+    const Manifest old = readorempty(read, run.receiptMoved ? run.oldReceipt : receipt);
+    std::vector<Move> moves;
+    std::vector<Move> back;
+    for (const Bundle& bundle : run.bundles) {
+        if (!bundle.taken && !bundle.brought) continue;
+        const Move home = bundle.taken ? proved(bundle, sub(old, bundle.key)) : Move();
+        unloaded(bundle.place);
+        moves.insert(moves.begin(), {bundle.place, repaired / bundle.key, {}});
+        if (home.from != bundle.original)
+            back.push_back({bundle.original, repaired / "original" / bundle.key, {}});
+        back.push_back(home);
+    }
+    if (run.receiptMoved) moves.push_back({receipt, repaired / receipt.filename(), {}});
+    moves.insert(moves.end(), back.begin(), back.end());
+    moves.push_back({run.oldReceipt, receipt, {}});
+    return moves;
+}
+
+// Before the first move, each place is free, or will be by then, and each move is possible.
+static void moveall(std::vector<Move> moves) {
+    std::erase_if(moves, [](const Move& move) { return !stands(move.from); });
+    std::set<fs::path> freed;
+    for (const auto& [from, to, proof] : moves) {
+        fs::path above = to.parent_path();
+        while (!stands(above)) above = above.parent_path();
+        if (!fs::is_directory(above) || (!freed.contains(to) && stands(to)))
+            throw std::runtime_error("New destination appeared; " +
+                                     (fs::is_directory(above) ? to : above).string());
+        checkrename(from, above);
+        freed.insert(from);
+    }
+    for (const auto& [from, to, proof] : moves) {
+        moveto(from, to);
+        if (!proof.empty() && tree(to) != proof)
+            throw std::runtime_error("Installed readback mismatch");
+    }
+}
+
+void goback(const History& history) {
+    const bool stale = stands(history.temporary);
+    if (stale && history.newest.empty())
+        throw std::runtime_error("Stale transaction receipt preserved; contact support");
+    blockstops();
+    std::vector<Move> moves;
+    if (history.last && (history.last->interrupted || !stale))
+        moves = plan(*history.last, history.receipt);
+    moves.push_back(
+        {history.temporary, history.newest / "repaired" / history.temporary.filename(), {}});
+    moveall(moves);
+}
