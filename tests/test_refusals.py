@@ -11,26 +11,36 @@ GOOD = lines(ONE)
 HASH = 64 * "a"
 REFUSED = "Symlink path refused: "
 NOWHERE = "User directory unavailable"
+GONE = "mkdir gone; cd gone; rmdir ../gone"
 
 
+# Each in its directory, "tool" being the program.
 @pytest.mark.parametrize("message, command", rows({
-    "Package directory required": ["", "--dry-run", "--package p --package ''"],
-    "Unknown option: --package": ["--package", "--package p --package"],
-    **{f"Unknown option: {word}": [f"{word} --package p"]
+    "Package directory required": ["tool", "tool --dry-run", "tool --package p --package ''"],
+    "Unknown option: --package": ["tool --package", "tool --package p --package"],
+    **{f"Unknown option: {word}": [f"tool {word} --package p"]
        for word in ("p", "--help", "--Remove", "--dry", "--package=p")},
-    **{f"Manifest missing: {{}}/{path}/CONTENTS.sha256": [f"--package {path}"]
+    **{f"Manifest missing: {{}}/{path}/CONTENTS.sha256": [f"tool --package {path}"]
        for path in ("none", "none/../p", "--remove")},
-    LIBRARY: [f"--package {300 * 'x'}"],
     # The deepest link on the way is named, also where nothing is.
-    f"{REFUSED}{{}}/link": ["--package link", "--package link/", "--package link/../p"],
-    f"{REFUSED}{{}}/link/deep": ["--package link/deep/x"],
-    "": ["--package none --remove --remove --dry-run --package p",
-         "--package home/../p// --dry-run --test-root link --test-root y/../z"],
+    f"{REFUSED}{{}}/link": ["tool --package link/", "tool --package link/../p"],
+    f"{REFUSED}{{}}/link/deep": ["tool --package link/deep/x"],
+    # The rules on names come first, the one format after the choice of the support directory.
+    "Mixed product package refused": ["HOME= tool --package mixed"],
+    NOWHERE: ["HOME= tool --package both", "unset HOME; tool --package p"],
+    f"{REFUSED}link": ["HOME=link tool --package both"],
+    LIBRARY: [f"tool --package {300 * 'x'}", f"{GONE}; tool --test-root x --unknown"],
+    "Unknown option: --unknown": [f"{GONE}; tool --test-root /x --unknown"],
+    "": ["tool --package none --remove --remove --dry-run --package p",
+         "tool --package home/../p// --dry-run --test-root link --test-root y/../z"],
 }), ids=lambda text: text[:99])
 def test_options(studio, message, command):
     studio.package("p", ONE)
+    studio.package("mixed", ONE, "Quellotrone")
+    studio.package("both", ONE | {"Components/MarbrelHDAU.component/a": ""})
     studio.sh("mkdir -p real/inner; ln -s inner real/deep; ln -s real link")
-    assert studio.tool(*shlex.split(command)) == studio.ends(message)
+    tool = f'tool() {{ {shlex.join(studio.command())} "$@"; }}'
+    assert studio.sh(f"{tool}; {command}") == studio.ends(message)
 
 
 def keys(*texts, before=""):
@@ -74,19 +84,6 @@ def test_odd_names_and_sizes(studio):
     assert studio.on("p", preexec_fn=lambda: limit and resource.setrlimit(*limit)).status == 0
     assert disk(studio.plugins) == disk(package / "payload")
     assert (studio.support / "Marbrel-VST3.sha256").read_bytes() == receipt
-
-
-@pytest.mark.parametrize("home, package, message", [
-    # The rules on names come first, the one format after the choice of the support directory.
-    ("", "mixed", "Mixed product package refused"), ("", "both", NOWHERE),
-    ("link", "both", f"{REFUSED}link")])
-def test_order_of_checks(studio, home, package, message):
-    studio.package("mixed", ONE, "Quellotrone")
-    studio.package("both", ONE | {"Components/MarbrelHDAU.component/a": ""})
-    (studio.place / "link").symlink_to("both")
-    assert studio.tool("--package", package, environment={"HOME": home}) == failed(message)
-    unset = "env", "-u", "HOME", *studio.command()
-    assert studio.run(*unset, "--package", "both") == failed(NOWHERE)
 
 
 @pytest.mark.parametrize("home, options, plugins, support", [
