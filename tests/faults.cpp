@@ -90,22 +90,18 @@ CALL(int, errno, posix_spawn,
      child, path, actions, attributes, argv, environment)
 CALL(pid_t, -1, waitpid, (pid_t child, int* status, int flags), child, status, flags)
 
-// A mode follows only where a file may be created.
-#define OPEN(name, flags)                                   \
-    va_list more;                                           \
-    va_start(more, flags);                                  \
-    const bool creates = ((flags)&O_CREAT) != 0;            \
-    const mode_t mode = creates ? va_arg(more, mode_t) : 0; \
-    va_end(more);                                           \
-    if (fails(creates ? name " creates" : name)) return -1;
-extern "C" int open(const char* path, int flags, ...) {
-    OPEN("open", flags)
-    return following<int(const char*, int, ...)>("open")(path, flags, mode);
-}
-extern "C" int openat(int at, const char* path, int flags, ...) {
-    OPEN("openat", flags)
-    return following<int(int, const char*, int, ...)>("openat")(at, path, flags, mode);
-}
+// The mode of a new file is the one argument that may be missing.
+#define OPEN(name, parameters, ...)                                              \
+    extern "C" int name parameters {                                             \
+        va_list more;                                                            \
+        va_start(more, flags);                                                   \
+        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;   \
+        va_end(more);                                                            \
+        if (fails((flags & O_CREAT) != 0 ? #name " creates" : #name)) return -1; \
+        return following<int parameters>(#name)(__VA_ARGS__, mode);              \
+    }
+OPEN(open, (const char* path, int flags, ...), path, flags)
+OPEN(openat, (int at, const char* path, int flags, ...), at, path, flags)
 
 extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept {
     if (still == 0) return following<int(clockid_t, timespec*)>("clock_gettime")(clock, now);
