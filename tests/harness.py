@@ -89,10 +89,6 @@ class Studio:
               f"{cases}\nesac\nexit 1\n").chmod(0o755)
         write(self.place / "calls", "").chmod(0o666)
 
-    def asked(self):
-        """The command lines that the stand-in for lsof has got."""
-        return (self.place / "calls").read_text().splitlines()
-
     def run(self, *command, environment={}, **more):
         """Runs a command to its end, a minute at most."""
         ended = subprocess.run(command, **{
