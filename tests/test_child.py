@@ -17,14 +17,6 @@ def test_holds_in_any_surroundings(installed, prepare):
     assert (installed.support / RECEIPT).read_text() == lines(files(2))
 
 
-def test_answers_with_its_status_when_nobody_reads(installed):
-    out, into = os.pipe()
-    os.close(out)
-    assert installed.on("2", "--dry-run", stdout=into).status == 0
-    assert installed.on("2", "--bad", stderr=into).status == 3
-    os.close(into)
-
-
 @pytest.mark.parametrize("number", [
     signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT])
 def test_signals_end_a_run_before_the_commit_and_wait_during_it(installed, number):

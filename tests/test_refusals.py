@@ -4,7 +4,7 @@ import resource
 import shlex
 
 import pytest
-from harness import HD, INSTALLED, LIBRARY, LOADED, LOW, disk, failed, files, lines, rows, write
+from harness import HD, INSTALLED, LIBRARY, LOADED, LOW, disk, files, lines, rows, write
 
 ONE = {f"{HD}/a": "one"}
 GOOD = lines(ONE)
@@ -127,12 +127,3 @@ def test_preflight_changes_nothing(studio, message, change):
     for options in [["--remove"], []] if message else [["--dry-run"], ["--dry-run", "--remove"]]:
         assert studio.on("p", *options) == studio.ends(message)
     assert disk(studio.place / "r") == before
-
-
-@pytest.mark.once
-def test_a_line_without_an_end(studio):
-    (studio.package("p", ONE) / "CONTENTS.sha256").unlink()
-    (studio.place / "p/CONTENTS.sha256").symlink_to("/dev/zero")
-    limit = resource.RLIMIT_AS, (1 << 30, 1 << 30)
-    assert studio.on("p", preexec_fn=lambda: resource.setrlimit(*limit)) == failed(
-        "Malformed manifest")

@@ -1,7 +1,10 @@
 """Whole runs that nothing disturbs: what each kind leaves on disk, and what it asks lsof."""
 
+import os
+import resource
+
 import pytest
-from harness import (HD, INSTALLED, LIBRARY, LOADED, LOW, READY, RECEIPT, bits, disk, failed, files,
+from harness import (HD, INSTALLED, LIBRARY, LOADED, LOW, READY, RECEIPT, disk, failed, files,
                      lines)
 
 
@@ -42,15 +45,16 @@ def test_asks_about_every_file_directly_in_a_macos_directory(studio):
         assert studio.on("p", "--dry-run") == failed(LOADED), answer
 
 
-def test_copies_of_a_package_that_may_only_be_read(studio):
+def test_permissions_of_copies(studio):
     bundle = studio.package("p", files(1, HD)) / "payload" / HD
-    for path, mode in {"MacOS/a": 0o4557, "b": 0o446, "MacOS": 0o707, "": 0o555}.items():
+    modes = {"MacOS/a": 0o4557, "b": 0o446, "MacOS": 0o707, "": 0o555}
+    for path, mode in modes.items():
         (bundle / path).chmod(mode)
     for _ in "install", "reinstall":
         assert studio.on("p", umask=0o027).status == 0
-    copies = [studio.plugins / HD, *studio.support.glob(f"Backups/*/verified-backup/{HD}")]
-    assert [bits(copy) for copy in copies] == 2 * [
-        {".": "750", "MacOS": "700", "MacOS/a": "4557", "b": "446"}]
+    for copy in studio.plugins / HD, next(studio.support.glob(f"Backups/*/verified-backup/{HD}")):
+        assert [f"{(copy / path).stat().st_mode & 0o7777:o}" for path in modes] == [
+            "4557", "446", "700", "750"]
 
 
 @pytest.mark.once
@@ -75,7 +79,15 @@ def test_calls_that_behave_in_odd_ways(installed):
     before = disk(installed.place / "r")
     assert installed.on("1", **clock) == failed("Backup transaction already exists")
     assert disk(installed.place / "r") == before
+    # Nobody reads what it says.
+    out, into = os.pipe()
+    os.close(out)
+    assert installed.on("2", "--dry-run", stdout=into).status == 0
     # Reads give less than they were asked for, here in the middle of the product's name.
     assert installed.on("2", "--dry-run", **installed.faulty(SHORT_READS=3)) == READY
     (installed.place / "2/PRODUCT.txt").write_text("MarbrelX\n")
     assert installed.on("2", **installed.faulty(SHORT_READS=7)) == failed("Unknown product")
+    # A line without an end is refused before it fills the memory.
+    installed.sh("ln -sf /dev/zero 1/CONTENTS.sha256")
+    assert installed.on("1", preexec_fn=lambda: resource.setrlimit(
+        resource.RLIMIT_AS, (1 << 30, 1 << 30))) == failed("Malformed manifest")

@@ -34,7 +34,6 @@ class Sweep:
         self.end = self.state()
 
     def numbers(self, names):
-        """The numbers of the calls whose names begin like this."""
         return [number for number, call in enumerate(self.calls, 1) if re.match(names, call)]
 
     def entries(self):
@@ -65,14 +64,12 @@ class Sweep:
         return self.run(**faults)
 
     def look(self):
-        """What orvelline-repair says must be what stands on disk."""
         state = self.state()
         well = state in (self.start, self.end) and f"support/{RECEIPT}.tmp" not in state
         status, out, err = self.repair()
         assert (status, "interrupted" in out, err) == (int(not well), not well, ""), out
 
     def back(self):
-        """Goes back to the start, as many runs as that takes."""
         for _ in range(4):
             if self.state() != self.start:
                 assert self.repair("--back").status in (0, 1)
