@@ -42,12 +42,6 @@ def disk(root):
             "directory" if path.is_dir() else "special" for path in Path(root).rglob("*")}
 
 
-def bits(root):
-    """The permission bits of every entry below a directory, and of itself."""
-    return {str(path.relative_to(root)): f"{path.lstat().st_mode & 0o7777:o}"
-            for path in [Path(root), *Path(root).rglob("*")]}
-
-
 def lines(files):
     """The CONTENTS.sha256 of some files, given as a relative path and its content each."""
     return "".join(f"{hashlib.sha256(files[path].encode()).hexdigest()}  {path}\n"
