@@ -9,7 +9,7 @@ from harness import LOADED, ROOT, disk, files, write
 from test_documents import blocks
 
 pytestmark = pytest.mark.once
-SHELL = r"""mkdir -p bin r/orvelline-packages
+SHELL = r"""mkdir -p bin r
 runs=r/support/Backups unit=000000000
 for name in installer repair; do ln -s $build/tests/$name-under-test bin/orvelline-$name; done
 for name in 1 2; do tar -czf $name.tar.gz -C $name .; done

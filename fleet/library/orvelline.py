@@ -44,7 +44,8 @@ options:
   package:
     description:
       - Path of the package's archive on the machine, and with I(state=tool) of the tool's.
-      - With I(state=status) and I(state=clean) only its last component counts.
+      - With I(state=status) and I(state=clean), the wanted package; if I(digest) is given, only the
+        last component of the path counts.
     type: path
   digest:
     description: With I(state=status) and I(state=clean), the C(digest) of the wanted package.
@@ -206,6 +207,7 @@ def remove(path):
 @contextlib.contextmanager
 def scratch(at):
     """A new directory; beside the packages, since the installer refuses a link such as /tmp."""
+    made = not os.path.isdir(at.packages)
     os.makedirs(at.packages, exist_ok=True)
     place = tempfile.mkdtemp(prefix="unpacked-", dir=os.path.realpath(at.packages))
     try:
@@ -213,6 +215,8 @@ def scratch(at):
     finally:
         with contextlib.suppress(OSError):
             remove(place)
+            if made:
+                os.rmdir(at.packages)
 
 
 # Archives
@@ -288,6 +292,14 @@ def packageof(path, archive, entries):
 
 
 # What stands on the machine
+
+def wantedof(params):
+    """The digest of the wanted package: as it is given, or as the package's archive says."""
+    path = params["package"] or ""
+    if params["digest"] or not os.path.isfile(path):
+        return params["digest"]
+    return packageof(path, *opened(path)).digest
+
 
 def receiptpath(at, product, form):
     return f"{at.support}/{product}-{form}.sha256"
@@ -492,6 +504,7 @@ def install(at, params, check, result):
 
 def status(at, params, _check, result):
     result["lines"] = []
+    wanted = wantedof(params)
     for product, form in BUNDLES:
         found = receipt(at, product, form)
         some = any(os.path.lexists(f"{at.plugins}/{form}/{name}")
@@ -504,7 +517,7 @@ def status(at, params, _check, result):
                 "changed since" if some and not found else
                 "nothing" if not found else
                 f"changed since {digest[:12]}" if not whole(at, found) else
-                name if digest == params["digest"] else digest[:12])
+                name if digest == wanted else digest[:12])
         result["lines"].append(f"{product} {form}: {text}")
 
 
@@ -548,7 +561,7 @@ def clean(at, params, check, result):
                 if time.time() - seconds >= params["keep_days"] * 86400:
                     old.append(path)
     receipts = [receipt(at, *one) for one in BUNDLES]
-    wanted = {digestof(one) for one in receipts if isinstance(one, dict)} | {params["digest"]}
+    wanted = {digestof(one) for one in receipts if isinstance(one, dict)} | {wantedof(params)}
     if os.path.isdir(at.packages) and not os.path.islink(at.packages):
         old += [f"{at.packages}/{name}" for name in os.listdir(at.packages)
                 if re.fullmatch("[0-9a-f]{64}|unpacked-.*|tool", name) and name not in wanted]
@@ -621,7 +634,10 @@ def tool(at, params, check, result):
             new, old = [f"{place}/{top}/bin/{name}" for name in PROGRAMS], [at.installer, at.repair]
             if os.path.basename(os.path.dirname(at.installer)) != "bin":
                 raise Wrong(f"Not in a directory bin: {at.installer}")
-            attempt(at, new)
+            try:
+                attempt(at, new)
+            except Wrong as wrong:
+                raise Wrong(f"{path}: {str(wrong).replace(f'{place}/', '')}")
         before, wanted = digests(old), digests(new)
         if before != wanted and deb:
             if os.geteuid() != 0:
@@ -716,7 +732,10 @@ def main():
         act = acts.get(module.params["state"], install)
         act(located(module.params), module.params, module.check_mode, result)
     except (Wrong, OSError) as wrong:
-        line = str(wrong).encode(errors="replace").decode()
+        line = str(wrong)
+        if isinstance(wrong, OSError) and wrong.strerror:
+            line = ": ".join(filter(None, [wrong.strerror, wrong.filename]))
+        line = line.encode(errors="replace").decode()
         module.fail_json(**{**result, "msg": line, "retry": getattr(wrong, "retry", False)})
     module.exit_json(**result)
 
