@@ -57,11 +57,14 @@ class Sweep:
     def repair(self, *options, **faults):
         return self.run(*REPAIR, *options, program="repair", **faults)
 
-    def again(self, **faults):
-        """Runs once more from the start; gives how that ended."""
+    def again(self, damaged="", **faults):
+        """Runs once more from the start, and damages some files; gives how that ended."""
         shutil.rmtree(self.root)
         shutil.copytree(self.studio.place / "start", self.root)
-        return self.run(**faults)
+        ended = self.run(**faults)
+        for file in self.root.glob(damaged or "none"):
+            file.write_text("damaged")
+        return ended
 
     def look(self):
         state = self.state()
@@ -130,14 +133,15 @@ def test_a_run_is_killed(sweep, tries):
         assert (sweep.run().status, sweep.state()) == (0, sweep.end), number
 
 
-def test_a_repair_is_killed(sweep):
+@pytest.mark.parametrize("damaged", ["", "support/Backups/*/original/**/a"])
+def test_a_repair_is_killed(sweep, damaged):
     for number in [0, *sweep.numbers(CHANGES)]:  # first, of a run that has finished
-        sweep.again(KILL_CALL=number)
+        sweep.again(damaged, KILL_CALL=number)
         if sweep.state() == sweep.start:
             continue
         calls = sweep.repair("--back", LIST_CALLS=1).err.splitlines()
         for rename in (place for place, call in enumerate(calls, 1) if call.startswith("rename")):
-            sweep.again(KILL_CALL=number)
+            sweep.again(damaged, KILL_CALL=number)
             assert sweep.repair("--back", KILL_CALL=rename).status == -9
-            sweep.look()
+            damaged or sweep.look()
             assert (sweep.repair("--back").status, sweep.state()) == (0, sweep.start), number

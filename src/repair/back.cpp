@@ -23,55 +23,35 @@ struct Move {
 // old receipt vouches for it, the backup.
 static Move proved(const Bundle& bundle, const Manifest& vouched) {
     const Manifest content = readorempty(tree, bundle.original);
-    if (!content.empty() && content == bundle.saved)
-        return {bundle.original, bundle.place, content};
-    if (!vouched.empty() && bundle.saved == vouched) return {bundle.backup, bundle.place, vouched};
-    throw std::runtime_error("Backup verification failed; " + bundle.original.string() +
-                             (!content.empty() && content == vouched
-                                  ? " is whole, the backup is not"
-                                  : " and the backup differ"));
+    if (same(content, bundle.inBackup)) return {bundle.original, bundle.place, content};
+    if (same(vouched, bundle.inBackup)) return {bundle.backup, bundle.place, vouched};
+    throw std::runtime_error(
+        "Backup verification failed; " + bundle.original.string() +
+        (same(content, vouched) ? " is whole, the backup is not" : " and the backup differ"));
 }
 
-// What is in place goes aside, the last bundle first, then the receipt; then the bundles come back,
-// then the receipt.
+// What is in place moves to `repaired`, the last bundle first, then the receipt; then the bundles
+// come back, then the old receipt. Not all of these places need to hold something.
 static std::vector<Move> plan(const Run& run, const fs::path& receipt) {
     const fs::path repaired = run.directory / "repaired";
     const Manifest old = readorempty(read, run.receiptMoved ? run.oldReceipt : receipt);
     std::vector<Move> moves;
     std::vector<Move> back;
     for (const Bundle& bundle : run.bundles) {
-        if (!bundle.taken && !bundle.brought) continue;
-        const Move home = bundle.taken ? proved(bundle, sub(old, bundle.key)) : Move();
+        if (!bundle.movedOut && !bundle.movedIn) continue;
+        if (bundle.movedOut) {
+            const Move returned = proved(bundle, sub(old, bundle.key));
+            if (returned.from == bundle.backup)
+                back.push_back({bundle.original, repaired / "original" / bundle.key, {}});
+            back.push_back(returned);
+        }
         unloaded(bundle.place);
         moves.insert(moves.begin(), {bundle.place, repaired / bundle.key, {}});
-        if (home.from != bundle.original)
-            back.push_back({bundle.original, repaired / "original" / bundle.key, {}});
-        back.push_back(home);
     }
     if (run.receiptMoved) moves.push_back({receipt, repaired / receipt.filename(), {}});
     moves.insert(moves.end(), back.begin(), back.end());
     moves.push_back({run.oldReceipt, receipt, {}});
     return moves;
-}
-
-// Before the first move, each place is free, or will be by then, and each move is possible.
-static void moveall(std::vector<Move> moves) {
-    std::erase_if(moves, [](const Move& move) { return !stands(move.from); });
-    std::set<fs::path> freed;
-    for (const auto& [from, to, proof] : moves) {
-        fs::path above = to.parent_path();
-        while (!stands(above)) above = above.parent_path();
-        if (!fs::is_directory(above) || (!freed.contains(to) && stands(to)))
-            throw std::runtime_error("New destination appeared; " +
-                                     (fs::is_directory(above) ? to : above).string());
-        checkrename(from, above);
-        freed.insert(from);
-    }
-    for (const auto& [from, to, proof] : moves) {
-        moveto(from, to);
-        if (!proof.empty() && tree(to) != proof)
-            throw std::runtime_error("Installed readback mismatch");
-    }
 }
 
 void goback(const History& history) {
@@ -84,5 +64,20 @@ void goback(const History& history) {
         moves = plan(*history.last, history.receipt);
     moves.push_back(
         {history.temporary, history.newest / "repaired" / history.temporary.filename(), {}});
-    moveall(moves);
+    std::erase_if(moves, [](const Move& move) { return !stands(move.from); });
+    // Before the first move, each place is free, or will be by then, and each move is possible.
+    std::set<fs::path> freed;
+    for (const auto& [from, to, proof] : moves) {
+        fs::path above = to;
+        while (freed.contains(above) || !stands(above)) above = above.parent_path();
+        if (above == to || !fs::is_directory(above))
+            throw std::runtime_error("New destination appeared; " + above.string());
+        checkrename(from, above);
+        freed.insert(from);
+    }
+    for (const auto& [from, to, proof] : moves) {
+        moveto(from, to);
+        if (!proof.empty() && tree(to) != proof)
+            throw std::runtime_error("Installed readback mismatch");
+    }
 }
