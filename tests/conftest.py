@@ -29,7 +29,6 @@ def studio(request):
 
 @pytest.fixture
 def installed(studio):
-    """The same, with package 1 installed and 2 at hand."""
     studio.package("1", files(1))
     studio.package("2", files(2))
     studio.done("1")

@@ -70,7 +70,6 @@ static Function* following(const char* name) {
     }
 CALL(int, -1, mkdir, (const char* path, mode_t mode), path, mode)
 CALL(int, -1, rename, (const char* from, const char* to), from, to)
-CALL(int, -1, fchmod, (int file, mode_t mode), file, mode)
 CALL(int, -1, fchmodat, (int at, const char* path, mode_t mode, int flags), at, path, mode, flags)
 CALL(ssize_t, -1, sendfile, (int to, int from, off_t* at, size_t size), to, from, at, size)
 CALL(ssize_t, -1, copy_file_range,

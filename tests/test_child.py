@@ -17,8 +17,7 @@ def test_holds_in_any_surroundings(installed, prepare):
     assert (installed.support / RECEIPT).read_text() == lines(files(2))
 
 
-@pytest.mark.parametrize("number", [
-    signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT])
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT])
 def test_signals_end_a_run_before_the_commit_and_wait_during_it(installed, number):
     # Tests that run in the background may have been started with it ignored.
     default = {"preexec_fn": lambda: signal.signal(number, signal.SIG_DFL)}

@@ -6,7 +6,6 @@ import resource
 import pytest
 from harness import HD, LIBRARY, LOADED, LOW, RECEIPT, disk, files, lines
 
-REMOVE = "--remove"
 STALE = "Stale transaction receipt preserved; contact support"
 MISMATCH = "Installed readback mismatch"
 LINK = f"Symlink path refused: {{}}/r/support/{RECEIPT}.tmp"
@@ -25,12 +24,12 @@ def last(studio, area):
 
 @pytest.mark.parametrize("changes, options, message, failed, staged", [
     # Before the commit region: the backup and the staged copy.
-    ({2: "echo >$plugins/$Low/x"}, [REMOVE], "Backup verification failed", [], []),
+    ({2: "echo >$plugins/$Low/x"}, ["--remove"], "Backup verification failed", [], []),
     ({2: "echo >$payload/$Low/x"}, [], "Stage verification failed", [], [HD, LOW]),
     ({2: "mkfifo $payload/$Low/x"}, [], LIBRARY, [], [HD, LOW]),
     # Inside: each step of each bundle. A link to a file is asked about under its own name.
     ({3: f"ln -s a $plugins/$Low/MacOS/x; {LINK_IN_USE}"}, [], LOADED, [HD], [LOW]),
-    ({4: "exit 0"}, [REMOVE], LOADED, [], []),
+    ({4: "exit 0"}, ["--remove"], LOADED, [], []),
     ({4: "echo >$plugins/$Low/x"}, [], "Plugin changed during transaction", [HD], [LOW]),
     ({3: "echo >$staged/$HD/x"}, [], MISMATCH, [HD], [LOW]),
     ({4: "echo >$receipt.tmp"}, [], STALE, [HD, LOW], []),
@@ -39,7 +38,7 @@ def last(studio, area):
     ({4: "echo >$t/previous-receipt.sha256; exit 0"}, [], LOADED, [HD], [LOW]),
     # The second bundle was not installed.
     ({1: GONE, 2: "mkdir $plugins/$Low"}, [], "New destination appeared", [HD], [LOW]),
-    ({1: GONE, 2: "mkdir $plugins/$Low"}, [REMOVE], "New destination appeared", [], []),
+    ({1: GONE, 2: "mkdir $plugins/$Low"}, ["--remove"], "New destination appeared", [], []),
     ({1: GONE, 2: "echo >$staged/$Low/x"}, [], MISMATCH, [HD, LOW], []),
 ])
 def test_puts_back_what_stood_there(installed, changes, options, message, failed, staged):
@@ -73,5 +72,5 @@ def test_a_receipt_that_stops_short(installed):
         resource.RLIMIT_FSIZE, (limit, limit))) == installed.ends("Receipt write failed")
     # An install goes no further from now on; a removal does not mind, and finds what stood there.
     assert installed.on("1") == installed.ends(STALE)
-    installed.done("1", REMOVE)
+    installed.done("1", "--remove")
     assert (installed.support / f"{RECEIPT}.tmp").read_text() == lines(receipt)[:limit]

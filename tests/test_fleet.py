@@ -22,7 +22,6 @@ ran() { for day; do mkdir -p $runs/Marbrel-$(($(date +%s) - day * 86400))$unit/s
 
 @pytest.mark.parametrize("code, call, answer, left", [
     ("on 1; on 2", "present 2", "False", "22 2"),
-    ("on 1", "present 2", "True", "22 2"),
     ("on 1; killed", "absent 1", "True", " 3"),
     ("on 1; killed; lsof 'exit 0'", "previous 2", LOADED, "21 2"),
     ("on 1; on 2; rm -r r/plugins/VST3/*HD*; on 2", "previous 2", "True", "11 3"),

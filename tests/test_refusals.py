@@ -10,7 +10,6 @@ ONE = {f"{HD}/a": "one"}
 GOOD = lines(ONE)
 HASH = 64 * "a"
 REFUSED = "Symlink path refused: "
-GONE = "mkdir gone; cd gone; rmdir ../gone"
 
 
 # Each in its directory, "tool" being the program.
@@ -28,16 +27,16 @@ GONE = "mkdir gone; cd gone; rmdir ../gone"
     "Mixed product package refused": ["HOME= tool --package mixed"],
     "User directory unavailable": ["HOME= tool --package both", "unset HOME; tool --package p"],
     f"{REFUSED}link": ["HOME=link tool --package both"],
-    LIBRARY: [f"tool --package {300 * 'x'}", f"{GONE}; tool --test-root x --unknown"],
-    "Unknown option: --unknown": [f"{GONE}; tool --test-root /x --unknown"],
-    "": ["tool --package none --remove --remove --dry-run --package p",
+    LIBRARY: [f"tool --package {300 * 'x'}", "cd gone; rmdir ../gone; tool --test-root x --no"],
+    "": ["tool --package none --remove --remove --dry-run --package q",
          "tool --package home/../p// --dry-run --test-root link --test-root y/../z"],
 }), ids=lambda text: text[:99])
 def test_options(studio, message, command):
     studio.package("p", ONE)
     studio.package("mixed", ONE, "Quellotrone")
+    studio.package("q", {"Components/QuellotroneAU.component/a": ""}, "Quellotrone")
     studio.package("both", ONE | {"Components/MarbrelHDAU.component/a": ""})
-    studio.sh("mkdir -p real/inner; ln -s inner real/deep; ln -s real link")
+    studio.sh("mkdir -p gone real/inner; ln -s inner real/deep; ln -s real link")
     tool = f'tool() {{ {shlex.join(studio.command())} "$@"; }}'
     assert studio.sh(f"{tool}; {command}") == studio.ends(message)
 

@@ -106,7 +106,6 @@ def test_refusals(shop, change, message):
 
 @pytest.mark.parametrize("options, message", [
     (["--back"], "Product and format required"),
-    (["--product", "Marbrel"], "Product and format required"),
     (["--product", "marbrel", "--format", "VST3"], "Unknown product"),
     (["--product", "Marbrel", "--format", "AU"], "Unexpected format"),
 ])
