@@ -6,7 +6,7 @@ import shutil
 from fnmatch import fnmatchcase
 
 import pytest
-from harness import HD, LOADED, LOW, RECEIPT, disk, failed, files
+from harness import HD, LOADED, LOW, RECEIPT, disk, failed, files, rows
 
 PLACE = ["--product", "Marbrel", "--format", "VST3"]
 PACKAGES = {"1": files(1), "2": files(2), "h": files(1, HD), "l": files(1, LOW),
@@ -104,13 +104,13 @@ def test_refusals(shop, change, message):
     assert fnmatchcase(ended.err, f"{message}\n".format(shop.place)), ended
 
 
-@pytest.mark.parametrize("options, message", [
-    (["--back"], "Product and format required"),
-    (["--product", "marbrel", "--format", "VST3"], "Unknown product"),
-    (["--product", "Marbrel", "--format", "AU"], "Unexpected format"),
-])
-def test_command_line(studio, options, message):
-    assert studio.tool(*options, program="repair") == failed(message)
+@pytest.mark.parametrize("message, options", rows({
+    "Product and format required": ["--back", "--product Marbrel"],
+    "Unknown product": ["--product marbrel --format VST3"],
+    "Unexpected format": ["--product Marbrel --format AU"],
+}))
+def test_command_line(studio, message, options):
+    assert studio.tool(*options.split(), program="repair") == failed(message)
 
 
 def test_what_it_says_can_be_typed(shop):
