@@ -10,7 +10,7 @@ using Valued = std::map<std::string, std::function<void(const char*)>>;
 using Flags = std::map<std::string, bool*>;
 
 // Takes main's two arguments and the options of a program, and works through the arguments from
-// left to right. Fails with "Unknown option: " and the argument, or as what is done with a value.
+// left to right. Fails with "Unknown option: " and the argument, or like what takes a value.
 void takeoptions(int argc, char** argv, const Valued& valued, const Flags& flags);
 
 // Takes a path from the command line and gives its absolute form; the empty path stands for the

@@ -21,8 +21,8 @@ struct Entry {
 std::vector<std::string> names(const std::filesystem::path& directory);
 
 // Takes a directory, and whether it may itself be a link, and calls `visit` for everything below
-// it, at every depth. Each further directory is opened through the one
-// that holds it, so that none is entered that has become a link meanwhile. One descriptor is open
-// for each level. Fails in the library's words, also on a path of PATH_MAX bytes or more.
+// it, at every depth. Each further directory is opened through the one that holds it, so that none
+// is entered that has become a link meanwhile. One descriptor is open for each level. Fails in the
+// library's words, also on a path of PATH_MAX bytes or more.
 void walk(const std::filesystem::path& root, bool linked,
           const std::function<void(const Entry&)>& visit);
