@@ -5,7 +5,7 @@
 #include "platform/signals.h"
 
 int main(int argc, char** argv) {
-    blockwritesignals();
+    blockWriteSignals();
     try {
         run(argc, argv);
         return 0;

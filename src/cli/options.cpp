@@ -4,11 +4,11 @@
 
 // The library's own operation is not used: one of the two libraries refuses the empty path, which
 // here means the working directory.
-std::filesystem::path absoluteform(const std::filesystem::path& path) {
+std::filesystem::path absoluteForm(const std::filesystem::path& path) {
     return path.is_absolute() ? path : std::filesystem::current_path() / path;
 }
 
-void takeoptions(int argc, char** argv, const Valued& valued, const Flags& flags) {
+void takeOptions(int argc, char** argv, const Valued& valued, const Flags& flags) {
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         const auto value = valued.find(argument);
@@ -23,14 +23,14 @@ void takeoptions(int argc, char** argv, const Valued& valued, const Flags& flags
     }
 }
 
-RunOptions scan(int argc, char** argv) {
+RunOptions readOptions(int argc, char** argv) {
     RunOptions options;
-    takeoptions(
+    takeOptions(
         argc, argv,
         {{"--package", [&](const char* value) { options.package = value; }},
-         {"--test-root", [&](const char* value) { options.testRoot = absoluteform(value); }}},
+         {"--test-root", [&](const char* value) { options.testRoot = absoluteForm(value); }}},
         {{"--remove", &options.remove}, {"--dry-run", &options.dryRun}});
     if (options.package.empty()) throw std::runtime_error("Package directory required");
-    options.package = absoluteform(options.package);
+    options.package = absoluteForm(options.package);
     return options;
 }

@@ -11,11 +11,11 @@ using Flags = std::map<std::string, bool*>;
 
 // Takes main's two arguments and the options of a program, and works through the arguments from
 // left to right. Fails with "Unknown option: " and the argument, or like what takes a value.
-void takeoptions(int argc, char** argv, const Valued& valued, const Flags& flags);
+void takeOptions(int argc, char** argv, const Valued& valued, const Flags& flags);
 
 // Takes a path from the command line and gives its absolute form; the empty path stands for the
 // working directory. Fails in the library's words when that directory cannot be determined.
-std::filesystem::path absoluteform(const std::filesystem::path& path);
+std::filesystem::path absoluteForm(const std::filesystem::path& path);
 
 // The command line of a run.
 struct RunOptions {
@@ -26,6 +26,6 @@ struct RunOptions {
 };
 
 // Takes main's two arguments and gives the options in them.
-// Fails like `takeoptions`, with "Package directory required", or in the library's words when a
+// Fails like `takeOptions`, with "Package directory required", or in the library's words when a
 // relative value meets a working directory that cannot be determined.
-RunOptions scan(int argc, char** argv);
+RunOptions readOptions(int argc, char** argv);

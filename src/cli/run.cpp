@@ -21,16 +21,16 @@
 #include "transaction/work.h"
 
 void run(int argc, char** argv) {
-    const RunOptions options = scan(argc, argv);
+    const RunOptions options = readOptions(argc, argv);
     safe(options.package);
     Manifest manifest = read(options.package / "CONTENTS.sha256");
-    std::set<BundleKey> bundles = bundlesof(manifest);
-    const std::string product = productof(options.package);
-    checkoneproduct(bundles, product);
-    const std::filesystem::path support = supportdir(options.testRoot);
+    std::set<BundleKey> bundles = bundlesOf(manifest);
+    const std::string product = productOf(options.package);
+    checkOneProduct(bundles, product);
+    const std::filesystem::path support = supportDir(options.testRoot);
     safe(support);
-    const std::string format = oneformat(bundles);
-    const std::filesystem::path receiptPath = receiptpath(support, product, format);
+    const std::string format = oneFormat(bundles);
+    const std::filesystem::path receiptPath = ::receiptPath(support, product, format);
     const Manifest receiptManifest = stands(receiptPath) ? read(receiptPath) : Manifest();
     CapturedTrees captured =
         preflight(options.package, options.testRoot, manifest, bundles, receiptManifest);
@@ -40,7 +40,7 @@ void run(int argc, char** argv) {
         return;
     }
 
-    const std::filesystem::path tx = opentx(support, product);
+    const std::filesystem::path tx = openTx(support, product);
     const Work work = {.package = options.package,
                        .testRoot = options.testRoot,
                        .receiptPath = receiptPath,
@@ -51,17 +51,14 @@ void run(int argc, char** argv) {
     backup(work);
     if (!options.remove) stage(work);
 
-    // Room for both lists now: in the region below, no append may fail after a rename.
     Done done;
-    done.moved.reserve(work.bundles.size());
-    done.installed.reserve(work.bundles.size());
-    blockstops();
+    blockStops();
     try {
         commit(work, options.remove, done);
         if (options.remove) {
-            removereceipt(work);
+            removeReceipt(work);
         } else {
-            writereceipt(work);
+            writeReceipt(work);
         }
     } catch (...) {
         rollback(work, done);

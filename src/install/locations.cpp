@@ -13,11 +13,11 @@ std::filesystem::path target(const std::filesystem::path& root, const BundleKey&
     return (root.empty() ? home() / "Library/Audio/Plug-Ins" : root / "plugins") / key;
 }
 
-std::filesystem::path supportdir(const std::filesystem::path& root) {
+std::filesystem::path supportDir(const std::filesystem::path& root) {
     return root.empty() ? home() / "Library/Application Support/Orvelline" : root / "support";
 }
 
-std::filesystem::path receiptpath(const std::filesystem::path& support, const std::string& product,
+std::filesystem::path receiptPath(const std::filesystem::path& support, const std::string& product,
                                   const std::string& format) {
     return support / (product + '-' + format + ".sha256");
 }

@@ -16,8 +16,8 @@ std::filesystem::path home();
 std::filesystem::path target(const std::filesystem::path& root, const BundleKey& key);
 
 // Takes the test root and gives the support directory. Fails like `home`.
-std::filesystem::path supportdir(const std::filesystem::path& root);
+std::filesystem::path supportDir(const std::filesystem::path& root);
 
 // Takes the support directory and gives the path of the receipt of one product in one format.
-std::filesystem::path receiptpath(const std::filesystem::path& support, const std::string& product,
+std::filesystem::path receiptPath(const std::filesystem::path& support, const std::string& product,
                                   const std::string& format);

@@ -16,9 +16,9 @@ void unloaded(const std::filesystem::path& bundle) {
             (entry.type != file_type::symlink || !std::filesystem::is_regular_file(entry.path)))
             return;
         if (std::filesystem::path(entry.path).parent_path().filename() != "MacOS") return;
-        const ChildEnd end = runchild(lsof(), {"-n", entry.path});
+        const ChildEnd end = runChild(lsof(), {"-n", entry.path});
         if (!end.started) throw std::runtime_error("Load check unavailable");
-        if (end.status != 1 || end.errorbytes != 0)
+        if (end.status != 1 || end.errorBytes != 0)
             throw std::runtime_error(
                 "Plugin is loaded or load check unavailable; save/close hosts first");
     });

@@ -19,9 +19,9 @@ Manifest read(const std::filesystem::path& file);
 // Takes a reader of a manifest, such as `read`, and the path to read. Gives the manifest, or an
 // empty one when the reader fails with a runtime error, the system's own or the file system's.
 // Other failures, such as a lack of memory, pass through.
-Manifest readorempty(Manifest reader(const std::filesystem::path&),
+Manifest readOrEmpty(Manifest reader(const std::filesystem::path&),
                      const std::filesystem::path& path);
 
 // Takes a manifest and gives the file content that `read` takes back: one line for each entry,
 // in order.
-std::string aslines(const Manifest& manifest);
+std::string asLines(const Manifest& manifest);

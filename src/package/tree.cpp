@@ -4,13 +4,13 @@
 
 #include <array>
 #include <stdexcept>
+#include <string_view>
 
 #include "package/safe.h"
 #include "platform/file.h"
 #include "platform/walk.h"
 
 using std::filesystem::file_type;
-using Block = std::array<char, blocksize>;
 
 static std::string hexadecimal(const unsigned char* bytes, std::size_t size) {
     std::string digits;
@@ -22,17 +22,16 @@ static std::string hexadecimal(const unsigned char* bytes, std::size_t size) {
     return digits;
 }
 
-static std::string digest(const Entry& entry, Block& block) {
-    const int descriptor = openread(entry.directory, entry.name.c_str());
-    if (descriptor < 0) throw std::runtime_error("Cannot read " + entry.path);
+static std::string digest(const Entry& entry) {
     CC_SHA256_CTX context;
     CC_SHA256_Init(&context);
-    long got;
-    // To a read that gives nothing: there are file systems whose sizes are wrong.
-    while ((got = readblock(descriptor, block.data(), block.size())) > 0)
-        CC_SHA256_Update(&context, block.data(), static_cast<CC_LONG>(got));
-    closefile(descriptor);
-    if (got < 0) throw std::runtime_error("Read failed");
+    const auto update = [&](std::string_view block) {
+        CC_SHA256_Update(&context, block.data(), static_cast<CC_LONG>(block.size()));
+        return true;
+    };
+    const ReadEnd end = readFile(entry.directory, entry.name.c_str(), update);
+    if (end == ReadEnd::notOpened) throw std::runtime_error("Cannot read " + entry.path);
+    if (end == ReadEnd::brokenOff) throw std::runtime_error("Read failed");
     std::array<unsigned char, CC_SHA256_DIGEST_LENGTH> bytes;
     CC_SHA256_Final(bytes.data(), &context);
     return hexadecimal(bytes.data(), bytes.size());
@@ -45,11 +44,9 @@ Manifest tree(const std::filesystem::path& root) {
     // There is no link on the way, so the path below the root is what follows the root's text.
     const std::size_t cut = (root / "").native().size();
     Manifest manifest;
-    Block block;
     walk(root, false, [&](const Entry& entry) {
         if (entry.type == file_type::symlink) throw std::runtime_error("Symlink member refused");
-        if (entry.type == file_type::regular)
-            manifest[entry.path.substr(cut)] = digest(entry, block);
+        if (entry.type == file_type::regular) manifest[entry.path.substr(cut)] = digest(entry);
     });
     if (manifest.empty()) throw std::runtime_error("Empty bundle refused");
     return manifest;

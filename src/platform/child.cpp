@@ -19,7 +19,7 @@ extern char** environ;  // NOLINT(readability-redundant-declaration): not every 
 // the old number cannot be closed: the other end would then never be at its end.
 static int lift(int descriptor) {
     const int lifted = again([&] { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3); });
-    return closefile(descriptor) ? lifted : -1;
+    return closeFile(descriptor) ? lifted : -1;
 }
 
 // Gives whether the program was started, with its standard error going to the pipe.
@@ -47,7 +47,7 @@ static bool start(const char* program, char** argv, int writing, pid_t& child) {
     return started;
 }
 
-ChildEnd runchild(const char* program, const std::vector<std::string>& arguments) {
+ChildEnd runChild(const char* program, const std::vector<std::string>& arguments) {
     std::vector<char*> argv = {const_cast<char*>(program)};
     for (const std::string& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
@@ -62,17 +62,18 @@ ChildEnd runchild(const char* program, const std::vector<std::string>& arguments
     static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
     pid_t child = -1;
     result.started = reading >= 0 && writing >= 0 && start(program, argv.data(), writing, child);
-    const bool closed = closefile(writing);
+    const bool closed = closeFile(writing);
 
     // Read to its end before the wait, so that the child can always end.
-    std::array<char, 4096> block;
-    long got = closed ? 0 : -1;
-    while (result.started && closed && (got = readblock(reading, block.data(), block.size())) > 0)
-        result.errorbytes += static_cast<std::size_t>(got);
-    closefile(reading);
+    const auto count = [&](std::string_view block) {
+        result.errorBytes += block.size();
+        return true;
+    };
+    const bool complete = result.started && closed && readBlocks(reading, count);
+    closeFile(reading);
     if (!result.started) return result;
     int status = 0;
     const pid_t waited = again([&] { return ::waitpid(child, &status, 0); });
-    if (waited == child && WIFEXITED(status) && got == 0) result.status = WEXITSTATUS(status);
+    if (waited == child && WIFEXITED(status) && complete) result.status = WEXITSTATUS(status);
     return result;
 }

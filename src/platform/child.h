@@ -8,11 +8,11 @@
 struct ChildEnd {
     bool started = false;        // false: no child has run
     int status = -1;             // its exit status; -1: a signal ended it, or its end is not known
-    std::size_t errorbytes = 0;  // bytes that it wrote on standard error
+    std::size_t errorBytes = 0;  // bytes that it wrote on standard error
 };
 
 // Takes the path of a program, used as given, and its arguments. Runs it to its end, however long
 // that takes, and gives how it ended. The child inherits what the caller has inherited, with no
 // signal blocked; its standard output is discarded and its standard error counted. SIGCHLD has its
 // default action from then on.
-ChildEnd runchild(const char* program, const std::vector<std::string>& arguments);
+ChildEnd runChild(const char* program, const std::vector<std::string>& arguments);

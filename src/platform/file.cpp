@@ -4,32 +4,51 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <system_error>
 
 #include "platform/again.h"
 
-static int openfile(int directory, const char* name, int flags) {
+static int openFile(int directory, const char* name, int flags) {
     return again([&] { return ::openat(directory, name, flags | O_CLOEXEC, 0666); });
 }
 
-int openread(const std::filesystem::path& file) {
-    return openfile(AT_FDCWD, file.c_str(), O_RDONLY);
+bool readBlocks(int descriptor, const Take& take) {
+    std::array<char, blockSize> block;
+    long got;
+    // Until a read gives nothing: there are file systems that tell a wrong size.
+    while ((got = again([&] { return ::read(descriptor, block.data(), block.size()); })) > 0)
+        if (!take({block.data(), static_cast<std::size_t>(got)})) return true;
+    return got == 0;
 }
 
-int openread(int directory, const char* name) {
-    return openfile(directory, name, O_RDONLY | O_NOFOLLOW);
+static ReadEnd readAndClose(int descriptor, const Take& take) {
+    if (descriptor < 0) return ReadEnd::notOpened;
+    bool complete = false;
+    try {
+        complete = readBlocks(descriptor, take);
+    } catch (...) {
+        closeFile(descriptor);
+        throw;
+    }
+    closeFile(descriptor);
+    return complete ? ReadEnd::complete : ReadEnd::brokenOff;
 }
 
-long readblock(int descriptor, char* block, std::size_t size) {
-    return again([&] { return ::read(descriptor, block, size); });
+ReadEnd readFile(const std::filesystem::path& file, const Take& take) {
+    return readAndClose(openFile(AT_FDCWD, file.c_str(), O_RDONLY), take);
 }
 
-int opennew(const std::filesystem::path& file) {
-    return openfile(AT_FDCWD, file.c_str(), O_WRONLY | O_CREAT | O_EXCL);
+ReadEnd readFile(int directory, const char* name, const Take& take) {
+    return readAndClose(openFile(directory, name, O_RDONLY | O_NOFOLLOW), take);
 }
 
-bool writeall(int descriptor, std::string_view text) {
+int openNew(const std::filesystem::path& file) {
+    return openFile(AT_FDCWD, file.c_str(), O_WRONLY | O_CREAT | O_EXCL);
+}
+
+bool writeAll(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const long put = again([&] { return ::write(descriptor, text.data(), text.size()); });
         if (put <= 0) return false;
@@ -38,11 +57,11 @@ bool writeall(int descriptor, std::string_view text) {
     return true;
 }
 
-bool closefile(int descriptor) {
+bool closeFile(int descriptor) {
     return ::close(descriptor) == 0;
 }
 
-void checkrename(const std::filesystem::path& path, const std::filesystem::path& directory) {
+void checkRename(const std::filesystem::path& path, const std::filesystem::path& directory) {
     struct stat one;
     struct stat other;
     const std::filesystem::path parent = path.parent_path();

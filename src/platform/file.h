@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <string_view>
 
 // Files by descriptor. The standard streams would not do: one library's takes a read that fails
@@ -9,31 +10,36 @@
 // of these descriptors.
 
 // The size in bytes of the blocks in which files are read.
-inline constexpr std::size_t blocksize = 65536;
+inline constexpr std::size_t blockSize = 65536;
 
-// Takes a path and opens it for reading. Gives a descriptor, or -1 when that fails.
-int openread(const std::filesystem::path& file);
+// How the reading of a file ended; `complete`, at its end or where the caller had enough.
+enum class ReadEnd { notOpened, brokenOff, complete };
 
-// Takes an open directory and the name of a file in it, and opens that file for reading unless it
-// is a link. Gives a descriptor, or -1 when that fails.
-int openread(int directory, const char* name);
+// Takes one block, 1 to `blockSize` bytes, and gives whether to go on.
+using Take = std::function<bool(std::string_view)>;
 
-// Takes a descriptor and room for `size` bytes, and reads up to that many. Gives the number of
-// bytes read, 0 at the end of the file and -1 when the read fails.
-long readblock(int descriptor, char* block, std::size_t size);
+// Takes a path, opens the file, hands each block to `take` in order, and closes the file, also when
+// `take` fails. Gives how the reading ended. Fails only like `take`.
+ReadEnd readFile(const std::filesystem::path& file, const Take& take);
+
+// The same for a file in an open directory, by its name there. A link counts as not opened.
+ReadEnd readFile(int directory, const char* name, const Take& take);
+
+// Takes an open descriptor and hands each block to `take`. Gives false if a read failed.
+bool readBlocks(int descriptor, const Take& take);
 
 // Takes a path where nothing stands and creates a file there for writing. Gives a descriptor, or -1
 // when that fails.
-int opennew(const std::filesystem::path& file);
+int openNew(const std::filesystem::path& file);
 
 // Takes a descriptor and writes all of `text`. Gives whether that worked; after a failure what had
 // been written stays.
-bool writeall(int descriptor, std::string_view text);
+bool writeAll(int descriptor, std::string_view text);
 
 // Takes a descriptor and closes it. Gives whether that worked.
-bool closefile(int descriptor);
+bool closeFile(int descriptor);
 
 // Takes a path and an existing directory, and returns if the path can be renamed into the
 // directory: both lie on one file system, and may be written to where a rename writes, which is in
 // a renamed directory as well. Fails in the library's words.
-void checkrename(const std::filesystem::path& path, const std::filesystem::path& directory);
+void checkRename(const std::filesystem::path& path, const std::filesystem::path& directory);

@@ -10,10 +10,10 @@ static void block(std::initializer_list<int> signals) {
     sigprocmask(SIG_BLOCK, &set, nullptr);
 }
 
-void blockwritesignals() {
+void blockWriteSignals() {
     block({SIGPIPE, SIGXFSZ});
 }
 
-void blockstops() {
+void blockStops() {
     block({SIGINT, SIGTERM, SIGHUP, SIGQUIT});
 }

@@ -22,7 +22,7 @@ using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
 }
 
 // `more` are flags of the opening.
-static Stream opendirectory(int parent, const char* name, int more, const std::string& path) {
+static Stream openDirectory(int parent, const char* name, int more, const std::string& path) {
     const int descriptor =
         again([&] { return ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | more); });
     if (descriptor < 0) fail("cannot open directory", path);
@@ -78,17 +78,17 @@ static void descend(DIR* stream, const std::string& path,
         const Entry entry = ask(::dirfd(stream), name, below);
         visit(entry);
         if (entry.type == file_type::directory)
-            descend(opendirectory(entry.directory, name.c_str(), O_NOFOLLOW, below).get(),
+            descend(openDirectory(entry.directory, name.c_str(), O_NOFOLLOW, below).get(),
                     below + '/', visit);
     }
 }
 
 std::vector<std::string> names(const std::filesystem::path& directory) {
-    return listing(opendirectory(AT_FDCWD, directory.c_str(), 0, directory).get(), directory);
+    return listing(openDirectory(AT_FDCWD, directory.c_str(), 0, directory).get(), directory);
 }
 
 void walk(const std::filesystem::path& root, bool linked,
           const std::function<void(const Entry&)>& visit) {
     const int more = linked ? 0 : O_NOFOLLOW;
-    descend(opendirectory(AT_FDCWD, root.c_str(), more, root).get(), (root / "").native(), visit);
+    descend(openDirectory(AT_FDCWD, root.c_str(), more, root).get(), (root / "").native(), visit);
 }

@@ -22,7 +22,7 @@ struct Move {
 // Gives the move that brings the old bundle back: the original or, where that is damaged and the
 // old receipt vouches for it, the backup.
 static Move proved(const Bundle& bundle, const Manifest& vouched) {
-    const Manifest content = readorempty(tree, bundle.original);
+    const Manifest content = readOrEmpty(tree, bundle.original);
     if (same(content, bundle.inBackup)) return {bundle.original, bundle.place, content};
     if (same(vouched, bundle.inBackup)) return {bundle.backup, bundle.place, vouched};
     throw std::runtime_error(
@@ -34,7 +34,7 @@ static Move proved(const Bundle& bundle, const Manifest& vouched) {
 // come back, then the old receipt. Not all of these places need to hold something.
 static std::vector<Move> plan(const Run& run, const fs::path& receipt) {
     const fs::path repaired = run.directory / "repaired";
-    const Manifest old = readorempty(read, run.receiptMoved ? run.oldReceipt : receipt);
+    const Manifest old = readOrEmpty(read, run.receiptMoved ? run.oldReceipt : receipt);
     std::vector<Move> moves;
     std::vector<Move> back;
     for (const Bundle& bundle : run.bundles) {
@@ -54,11 +54,11 @@ static std::vector<Move> plan(const Run& run, const fs::path& receipt) {
     return moves;
 }
 
-void goback(const History& history) {
+void goBack(const History& history) {
     const bool stale = stands(history.temporary);
     if (stale && history.newest.empty())
         throw std::runtime_error("Stale transaction receipt preserved; contact support");
-    blockstops();
+    blockStops();
     std::vector<Move> moves;
     if (history.last && (history.last->interrupted || !stale))
         moves = plan(*history.last, history.receipt);
@@ -72,11 +72,11 @@ void goback(const History& history) {
         while (freed.contains(above) || !stands(above)) above = above.parent_path();
         if (above == to || !fs::is_directory(above))
             throw std::runtime_error("New destination appeared; " + above.string());
-        checkrename(from, above);
+        checkRename(from, above);
         freed.insert(from);
     }
     for (const auto& [from, to, proof] : moves) {
-        moveto(from, to);
+        moveTo(from, to);
         if (!proof.empty() && tree(to) != proof)
             throw std::runtime_error("Installed readback mismatch");
     }

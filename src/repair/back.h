@@ -7,5 +7,5 @@
 // blocked from then on.
 // Fails with "Backup verification failed; " and the original, "New destination appeared; " and the
 // path, "Installed readback mismatch", "Stale transaction receipt preserved; contact support" where
-// there is no run, or like `stands`, `unloaded` and `checkrename`.
-void goback(const History& history);
+// there is no run, or like `stands`, `unloaded` and `checkRename`.
+void goBack(const History& history);

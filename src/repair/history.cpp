@@ -36,11 +36,11 @@ static Time written(const fs::path& path) {
 static bool holds(const fs::path& directory, const std::string& format) {
     for (const char* const area : {"verified-backup", "staged", "original"})
         if (stands(directory / area / format)) return true;
-    const Manifest removed = readorempty(read, directory / "removed-receipt.sha256");
+    const Manifest removed = readOrEmpty(read, directory / "removed-receipt.sha256");
     return !removed.empty() && removed.begin()->first.starts_with(format + '/');
 }
 
-static Runs runsof(const fs::path& backups, const History& history) {
+static Runs runsOf(const fs::path& backups, const History& history) {
     Runs runs;
     if (!stands(backups)) return runs;
     const std::string prefix = history.product + '-';
@@ -60,7 +60,7 @@ static Runs runsof(const fs::path& backups, const History& history) {
 }
 
 // The table of the receipt: gives whether the one in place is the run's own.
-static bool isown(const History& history, const Run& run) {
+static bool isOwn(const History& history, const Run& run) {
     if (run.removal || !stands(history.receipt) ||
         stands(run.directory / "repaired" / history.receipt.filename()))
         return false;
@@ -72,7 +72,7 @@ static bool isown(const History& history, const Run& run) {
     for (const Bundle& bundle : run.bundles) {
         fs::path brought = run.directory / "repaired" / bundle.key;
         if (!stands(brought)) brought = bundle.place;
-        if (stands(bundle.backup) && !same(bundle.listed, readorempty(tree, brought))) return false;
+        if (stands(bundle.backup) && !same(bundle.listed, readOrEmpty(tree, brought))) return false;
         if (!stands(brought)) continue;
         const Time came = written(brought);
         if (when < run.start && came > when) return false;
@@ -95,7 +95,7 @@ static void judge(const History& history, const Run& run, bool earlier, Bundle& 
     } else if (!stands(bundle.backup) && !earlier && !run.removal && stands(bundle.place) &&
                !stands(repaired / history.receipt.filename())) {
         const Manifest before =
-            run.receiptMoved ? sub(readorempty(read, run.oldReceipt), bundle.key) : bundle.listed;
+            run.receiptMoved ? sub(readOrEmpty(read, run.oldReceipt), bundle.key) : bundle.listed;
         bundle.movedIn =
             run.ownReceipt && !history.damaged
                 ? !bundle.listed.empty()
@@ -113,7 +113,7 @@ static std::optional<Run> examine(const History& history, const fs::path& direct
         const auto in = [&](const char* area) { return stands(directory / area / bundle.key); };
         bundle.original = directory / "original" / bundle.key;
         bundle.backup = directory / "verified-backup" / bundle.key;
-        bundle.inBackup = readorempty(tree, bundle.backup);
+        bundle.inBackup = readOrEmpty(tree, bundle.backup);
         bundle.notInstalled = in("staged") || in("failed");
         bundle.takenBack = in("repaired") || in("repaired/original");
         // Where its empty directories were tidied away, an install is told by what it brought.
@@ -121,7 +121,7 @@ static std::optional<Run> examine(const History& history, const fs::path& direct
             run.removal = false;
     }
     if (run.removal) run.oldReceipt = removed;
-    run.ownReceipt = isown(history, run);
+    run.ownReceipt = isOwn(history, run);
     run.receiptMoved = run.ownReceipt || stands(run.oldReceipt);
     run.asBefore = !run.receiptMoved;
     bool moved = run.receiptMoved;
@@ -141,16 +141,16 @@ static std::optional<Run> examine(const History& history, const fs::path& direct
 }
 
 History survey(const fs::path& testRoot, const std::string& product, const std::string& format) {
-    const fs::path support = supportdir(testRoot);
-    const fs::path receipt = receiptpath(support, product, format);
-    const Manifest listed = readorempty(read, receipt);
+    const fs::path support = supportDir(testRoot);
+    const fs::path receipt = receiptPath(support, product, format);
+    const Manifest listed = readOrEmpty(read, receipt);
     const bool damaged = stands(receipt) && listed.empty();
     History history = {testRoot, product, format, receipt, receipt.string() + ".tmp", damaged};
-    for (const BundleKey& key : knownbundles(product, format)) {
+    for (const BundleKey& key : knownBundles(product, format)) {
         const fs::path place = target(testRoot, key);
-        history.bundles.push_back({key, place, readorempty(tree, place), sub(listed, key)});
+        history.bundles.push_back({key, place, readOrEmpty(tree, place), sub(listed, key)});
     }
-    const Runs runs = runsof(support / "Backups", history);
+    const Runs runs = runsOf(support / "Backups", history);
     for (auto next = runs.begin(); next != runs.end();) {
         const auto& [start, directory] = *next++;
         Time earliest = start - std::chrono::seconds(1);

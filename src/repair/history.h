@@ -54,7 +54,7 @@ struct History {
 
 // Takes the test root, a product and a format, and gives what the disk tells of them, by the rules
 // in ARCHITECTURE.md. Fails with "Run lies in the future; check the clock: " and its directory,
-// like `supportdir` and `stands`, or in the library's words.
+// like `supportDir` and `stands`, or in the library's words.
 History survey(const std::filesystem::path& testRoot, const std::string& product,
                const std::string& format);
 

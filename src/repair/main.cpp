@@ -14,7 +14,7 @@
 
 namespace fs = std::filesystem;
 
-static void tellpath(const char* what, const fs::path& path) {
+static void tellPath(const char* what, const fs::path& path) {
     if (stands(path)) std::cout << what << path.native() << '\n';
 }
 
@@ -23,7 +23,7 @@ static bool differs(const Bundle& bundle) {
 }
 
 // `own` tells whether the receipt in place is whole and the run's own.
-static const char* stateof(const Bundle& bundle, bool own) {
+static const char* stateOf(const Bundle& bundle, bool own) {
     if (!stands(bundle.place)) return "absent";
     const bool listed = same(bundle.inPlace, bundle.listed);
     if (own) return listed ? "as this run brought it" : "changed since";
@@ -31,18 +31,18 @@ static const char* stateof(const Bundle& bundle, bool own) {
     return bundle.movedIn && !bundle.inPlace.empty() ? "not proved" : "changed since";
 }
 
-static void tellrun(const History& history, const Run& run) {
+static void tellRun(const History& history, const Run& run) {
     const bool own = run.ownReceipt && !history.damaged;
-    tellpath(run.removal ? "  a removal: " : "  an install: ", run.directory);
+    tellPath(run.removal ? "  a removal: " : "  an install: ", run.directory);
     for (const Bundle& bundle : run.bundles) {
         if (bundle.listed.empty() && !stands(bundle.backup) && !bundle.notInstalled &&
             !bundle.takenBack && !bundle.movedOut && !bundle.movedIn)
             continue;
-        std::cout << "  " << bundle.key << " in place: " << stateof(bundle, own) << '\n';
+        std::cout << "  " << bundle.key << " in place: " << stateOf(bundle, own) << '\n';
         const bool lost = bundle.movedOut && !stands(bundle.original);
-        tellpath("    the old one: ", lost ? bundle.backup : bundle.original);
+        tellPath("    the old one: ", lost ? bundle.backup : bundle.original);
         for (const char* const area : {"staged", "failed", "repaired"})
-            tellpath("    the new one: ", run.directory / area / bundle.key);
+            tellPath("    the new one: ", run.directory / area / bundle.key);
     }
     std::cout << "  receipt in place: "
               << (!stands(history.receipt)  ? "absent\n"
@@ -50,7 +50,7 @@ static void tellrun(const History& history, const Run& run) {
                   : run.ownReceipt          ? "as this run brought it\n"
                   : !stands(run.oldReceipt) ? "as before this run\n"
                                             : "changed since\n");
-    tellpath("    the old one: ", run.oldReceipt);
+    tellPath("    the old one: ", run.oldReceipt);
 }
 
 static void tell(const History& history) {
@@ -60,16 +60,16 @@ static void tell(const History& history) {
                   : history.last->asBefore    ? ": the last run left all as it was\n"
                                               : ": the last run has finished\n");
     if (history.last) {
-        tellrun(history, *history.last);
+        tellRun(history, *history.last);
     } else {
         for (const Bundle& bundle : history.bundles)
             if (differs(bundle))
-                std::cout << "  " << bundle.key << " in place: " << stateof(bundle, false) << '\n';
+                std::cout << "  " << bundle.key << " in place: " << stateOf(bundle, false) << '\n';
         if (history.damaged) std::cout << "  receipt in place: damaged\n";
     }
-    tellpath("  left by an interrupted run: ", history.temporary);
+    tellPath("  left by an interrupted run: ", history.temporary);
     for (const fs::path& run : history.passed)
-        tellpath(stands(run / "failed") || stands(run / "repaired" / history.format)
+        tellPath(stands(run / "failed") || stands(run / "repaired" / history.format)
                      ? "  passed over, undone: "
                      : "  passed over, changed nothing: ",
                  run);
@@ -99,17 +99,17 @@ static bool repair(int argc, char** argv) {
     std::string product;
     std::string format;
     bool back = false;
-    takeoptions(argc, argv,
-                {{"--test-root", [&](const char* value) { testRoot = absoluteform(value); }},
+    takeOptions(argc, argv,
+                {{"--test-root", [&](const char* value) { testRoot = absoluteForm(value); }},
                  {"--product", [&](const char* value) { product = value; }},
                  {"--format", [&](const char* value) { format = value; }}},
                 {{"--back", &back}});
     const bool all = product.empty() && format.empty();
     if (all ? back : product.empty() || format.empty())
         throw std::runtime_error("Product and format required");
-    if (!all) checkproduct(product);
-    if (!all) checkformat(format);
-    if (back) goback(survey(testRoot, product, format));
+    if (!all) checkProduct(product);
+    if (!all) checkFormat(format);
+    if (back) goBack(survey(testRoot, product, format));
     std::vector<History> histories;
     for (const std::string_view one : products)
         for (const std::string_view other : formats)
@@ -132,7 +132,7 @@ static bool repair(int argc, char** argv) {
 }
 
 int main(int argc, char** argv) {
-    blockwritesignals();
+    blockWriteSignals();
     try {
         return repair(argc, argv) ? 1 : 0;
     } catch (const std::exception& failure) {

@@ -8,7 +8,7 @@
 #include "package/tree.h"
 #include "transaction/copytree.h"
 
-std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product) {
+std::filesystem::path openTx(const std::filesystem::path& support, const std::string& product) {
     std::filesystem::create_directories(support);
     const auto ticks = std::chrono::system_clock::now().time_since_epoch().count();
     std::filesystem::path tx = support / "Backups" / (product + '-' + std::to_string(ticks));

@@ -9,7 +9,7 @@
 // transaction directory of this run, named by the product and the count of `system_clock` in that
 // clock's own ticks. Gives the path of the latter.
 // Fails with "Backup transaction already exists", like `safe`, or in the library's words.
-std::filesystem::path opentx(const std::filesystem::path& support, const std::string& product);
+std::filesystem::path openTx(const std::filesystem::path& support, const std::string& product);
 
 // Copies each captured bundle from its destination to `verified-backup` in the transaction
 // directory, and proves the copy.

@@ -9,25 +9,28 @@
 #include "transaction/move.h"
 
 // The key is copied beforehand, so that nothing can fail between the rename and its record.
-static void moveandrecord(const std::filesystem::path& from, const std::filesystem::path& to,
+static void moveAndRecord(const std::filesystem::path& from, const std::filesystem::path& to,
                           BundleKey key, std::vector<BundleKey>& record) {
-    moveto(from, to);
+    moveTo(from, to);
     record.push_back(std::move(key));
 }
 
 void commit(const Work& work, bool remove, Done& done) {
+    // Room for all of them now: no append may fail after a rename.
+    done.moved.reserve(work.bundles.size());
+    done.installed.reserve(work.bundles.size());
     for (const BundleKey& key : work.bundles) {
         const std::filesystem::path dest = target(work.testRoot, key);
         unloaded(dest);
         if (const auto found = work.captured.find(key); found != work.captured.end()) {
             if (tree(dest) != found->second)
                 throw std::runtime_error("Plugin changed during transaction");
-            moveandrecord(dest, work.tx / "original" / key, key, done.moved);
+            moveAndRecord(dest, work.tx / "original" / key, key, done.moved);
         } else if (std::filesystem::exists(dest)) {
             throw std::runtime_error("New destination appeared");
         }
         if (remove) continue;
-        moveandrecord(work.tx / "staged" / key, dest, key, done.installed);
+        moveAndRecord(work.tx / "staged" / key, dest, key, done.installed);
         if (tree(dest) != sub(work.manifest, key))
             throw std::runtime_error("Installed readback mismatch");
     }

@@ -4,4 +4,4 @@
 
 // Takes what to rename and to what, whose parent directories it creates.
 // Fails in the library's words.
-void moveto(const std::filesystem::path& from, const std::filesystem::path& to);
+void moveTo(const std::filesystem::path& from, const std::filesystem::path& to);

@@ -6,8 +6,8 @@
 // any, to `previous-receipt.sha256` in the transaction directory, and the new one into its place.
 // Fails with "Stale transaction receipt preserved; contact support", "Cannot write receipt",
 // "Receipt write failed", like `safe`, or in the library's words.
-void writereceipt(const Work& work);
+void writeReceipt(const Work& work);
 
 // Moves the receipt, if any, to `removed-receipt.sha256` in the transaction directory.
 // Fails in the library's words.
-void removereceipt(const Work& work);
+void removeReceipt(const Work& work);

@@ -5,7 +5,7 @@
 
 void rollback(const Work& work, const Done& done) {
     for (auto key = done.installed.rbegin(); key != done.installed.rend(); ++key)
-        moveto(target(work.testRoot, *key), work.tx / "failed" / *key);
+        moveTo(target(work.testRoot, *key), work.tx / "failed" / *key);
     for (auto key = done.moved.rbegin(); key != done.moved.rend(); ++key)
         std::filesystem::rename(work.tx / "original" / *key, target(work.testRoot, *key));
     const std::filesystem::path previous = work.tx / "previous-receipt.sha256";
