@@ -34,7 +34,7 @@ def test_commands_of_the_readme_run_in_one_shell_and_print_what_it_says(studio):
 @pytest.mark.parametrize("place", ["README.md", "tools/make-package", "fleet/library/*.py"])
 def test_every_place_has_the_bundles(place):
     name = r"\w+\.(?:vst3|component)\b"
-    known = re.findall(name, read("src/package/identity.cpp"))
+    known = re.findall(name, read("src/package/identity.h"))
     assert {*re.findall(name, read(place))} == {*known}
 
 
