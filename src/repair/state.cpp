@@ -53,46 +53,49 @@ static std::string_view find(const fs::path& place, const Manifest& listed) {
     return contentOf(place) == listed ? "installed" : "changed";
 }
 
-// Gives the names of a product's runs, newest first.
-static std::vector<std::string> runsOf(const fs::path& backups, const std::string& product) {
-    std::vector<std::string> runs;
+// Gives the directories of a product's runs, newest first.
+static std::vector<fs::path> runsOf(const fs::path& backups, const std::string& product) {
+    std::vector<fs::path> runs;
     if (!stands(backups)) return runs;
     const std::string prefix = product + '-';
     for (const std::string& name : names(backups)) {
         if (!name.starts_with(prefix) || name == prefix) continue;
         const bool isNumber = name.find_first_not_of("0123456789", prefix.size()) == name.npos;
-        if (isNumber && fs::is_directory(backups / name)) runs.push_back(name);
+        if (isNumber && fs::is_directory(backups / name)) runs.push_back(backups / name);
     }
-    std::sort(runs.begin(), runs.end(), [](const std::string& one, const std::string& other) {
-        return std::pair(one.size(), one) > std::pair(other.size(), other);
+    // A number with more digits is greater.
+    std::sort(runs.begin(), runs.end(), [](const fs::path& one, const fs::path& other) {
+        return std::pair(one.native().size(), one) > std::pair(other.native().size(), other);
     });
     return runs;
 }
 
-static bool lists(const fs::path& receipt, const std::string& format) {
-    const Manifest manifest = receiptAt(receipt).manifest;
-    return !manifest.empty() && manifest.begin()->first.starts_with(format + '/');
+static Run runAt(const fs::path& directory, const std::vector<Bundle>& bundles) {
+    Run run = {directory.filename().string(), directory,
+               receiptAt(directory / "previous-receipt.sha256"), false, false};
+    if (!run.moved.present) {
+        run.moved = receiptAt(directory / "removed-receipt.sha256");
+        run.removal = run.moved.present;
+    }
+    run.holds = run.moved.present;
+    for (const Bundle& bundle : bundles)
+        run.holds = run.holds || stands(directory / "original" / bundle.key);
+    return run;
 }
 
 // The name of a run does not tell its format.
-static bool isOf(const fs::path& run, const std::string& format) {
+static bool isOf(const Run& run, const std::string& format) {
     for (const char* const area : {"verified-backup", "staged", "original", "failed", "repaired"})
-        if (stands(run / area / format)) return true;
-    return lists(run / "previous-receipt.sha256", format) ||
-           lists(run / "removed-receipt.sha256", format);
-}
-
-static bool holdsAny(const fs::path& run, const std::vector<Bundle>& bundles) {
-    for (const Bundle& bundle : bundles)
-        if (stands(run / "original" / bundle.key)) return true;
-    return stands(run / "previous-receipt.sha256") || stands(run / "removed-receipt.sha256");
+        if (stands(run.directory / area / format)) return true;
+    const Manifest& listed = run.moved.manifest;
+    return !listed.empty() && listed.begin()->first.starts_with(format + '/');
 }
 
 static bool isInterrupted(const State& state) {
-    if (!state.last || state.removed.present) return false;
-    if (state.previous.present)
+    if (!state.last || state.last->removal) return false;
+    if (state.last->moved.present)
         return state.unfinished &&
-               (!state.receipt.present || state.receipt.manifest == state.previous.manifest);
+               (!state.receipt.present || state.receipt.manifest == state.last->moved.manifest);
     if (!state.receipt.present) return false;
     for (const Bundle& bundle : state.bundles) {
         if (bundle.found == "changed" || bundle.found == "missing") return true;
@@ -113,17 +116,14 @@ State stateOf(const fs::path& testRoot, const std::string& product, const std::s
         const fs::path place = target(testRoot, key);
         state.bundles.push_back({key, place, find(place, sub(state.receipt.manifest, key))});
     }
-    for (const std::string& name : runsOf(support / "Backups", product)) {
-        const fs::path directory = support / "Backups" / name;
-        if (!isOf(directory, format)) continue;
-        state.runs.push_back({name, directory, holdsAny(directory, state.bundles)});
-        if (state.runs.back().holds && !state.last) state.last = state.runs.back();
+    for (const fs::path& directory : runsOf(support / "Backups", product)) {
+        const Run run = runAt(directory, state.bundles);
+        if (!isOf(run, format)) continue;
+        state.runs.push_back(run);
+        if (run.holds && !state.last) state.last = run;
     }
-    if (!state.last) return state;
-    state.previous = receiptAt(state.last->directory / "previous-receipt.sha256");
-    state.removed = receiptAt(state.last->directory / "removed-receipt.sha256");
     state.interrupted = isInterrupted(state);
-    state.over = state.removed.present && state.receipt.present;
+    state.over = state.last && state.last->removal && state.receipt.present;
     return state;
 }
 

@@ -28,7 +28,9 @@ struct Bundle {
 struct Run {
     std::string name;
     std::filesystem::path directory;
-    bool holds;  // an original bundle, or the receipt that it moved
+    Receipt moved;  // the receipt that it replaced
+    bool removal;   // or removed
+    bool holds;     // an original bundle or a moved receipt
 };
 
 // One product in one format, as it is on disk now.
@@ -41,8 +43,6 @@ struct State {
     std::vector<Bundle> bundles = {};      // all known ones
     std::vector<Run> runs = {};            // newest first
     std::optional<Run> last = {};          // the newest that holds something
-    Receipt previous = {};                 // the receipt that the last run replaced,
-    Receipt removed = {};                  // or removed
     bool interrupted = false;              // the last run was
     bool over = false;                     // a later run replaced what the last run left
 };

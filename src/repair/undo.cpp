@@ -56,10 +56,11 @@ static void carryOut(const std::vector<Move>& moves) {
 
 // Gives what the last run's own receipt lists; nothing if that run was a removal, which neither
 // replaces a receipt nor stages anything.
-static Manifest ownReceipt(const State& state) {
-    const bool differs = state.receipt.manifest != state.previous.manifest;
-    if (state.previous.present && state.receipt.present && differs) return state.receipt.manifest;
-    if (!state.previous.present && !stands(state.last->directory / "staged")) return {};
+static Manifest ownReceipt(const State& state, const Run& last) {
+    const bool replaced = last.moved.present && !last.removal;
+    if (!replaced && !stands(last.directory / "staged")) return {};
+    if (replaced && state.receipt.present && state.receipt.manifest != last.moved.manifest)
+        return state.receipt.manifest;
     return receiptAt(state.temporary).manifest;
 }
 
@@ -72,29 +73,30 @@ static Manifest verified(const fs::path& original, const fs::path& backup, const
 }
 
 // Gives the moves that undo the last run, except for that of an unfinished receipt.
-static std::vector<Move> plan(const State& state) {
-    const fs::path repaired = state.last->directory / "repaired";
-    const Receipt& old = state.previous.present ? state.previous : state.removed;
-    const Manifest& before = old.present ? old.manifest : state.receipt.manifest;
-    const Manifest own = ownReceipt(state);
+static std::vector<Move> plan(const State& state, const Run& last) {
+    const fs::path repaired = last.directory / "repaired";
+    const Manifest& old = last.moved.present ? last.moved.manifest : state.receipt.manifest;
+    const Manifest own = ownReceipt(state, last);
     std::vector<Move> moves;
     std::vector<Move> back;
     for (const Bundle& bundle : state.bundles) {
-        const fs::path original = state.last->directory / "original" / bundle.key;
-        const fs::path backup = state.last->directory / "verified-backup" / bundle.key;
-        if (stands(original))
+        const fs::path original = last.directory / "original" / bundle.key;
+        const fs::path backup = last.directory / "verified-backup" / bundle.key;
+        const bool returns = stands(original);
+        if (!returns && (stands(backup) || sub(own, bundle.key).empty())) continue;
+        if (stands(bundle.place)) {
+            if (fs::is_directory(bundle.place)) unloaded(bundle.place);
+            moves.insert(moves.begin(), {bundle.place, repaired / bundle.key});
+        }
+        if (returns)
             back.push_back(
-                {original, bundle.place, verified(original, backup, sub(before, bundle.key))});
-        else if (stands(backup) || sub(own, bundle.key).empty())
-            continue;  // it did not come with this run
-        if (!stands(bundle.place)) continue;
-        if (fs::is_directory(bundle.place)) unloaded(bundle.place);
-        moves.insert(moves.begin(), {bundle.place, repaired / bundle.key});
+                {original, bundle.place, verified(original, backup, sub(old, bundle.key))});
     }
     moves.insert(moves.end(), back.begin(), back.end());
-    if (state.previous.present && state.receipt.present)
+    if (!last.moved.present) return moves;
+    if (state.receipt.present)
         moves.push_back({state.receipt.path, repaired / state.receipt.path.filename()});
-    if (old.present) moves.push_back({old.path, state.receipt.path});
+    moves.push_back({last.moved.path, state.receipt.path});
     return moves;
 }
 
@@ -103,7 +105,7 @@ static bool undoRun(const fs::path& testRoot, const State& state, const Run& run
         throw std::runtime_error("Undo this run first: " + state.last->name);
     if (run.holds && state.over)
         throw std::runtime_error("A later run replaced what it left: " + run.name);
-    const std::vector<Move> moves = run.holds ? plan(state) : std::vector<Move>();
+    const std::vector<Move> moves = run.holds ? plan(state, run) : std::vector<Move>();
     check(moves);
     if (run.holds && state.unfinished) checkWritable(state.temporary);
     blockStops();

@@ -63,8 +63,8 @@ static void printLast(const fs::path& testRoot, const State& state) {
         for (const Bundle& bundle : state.bundles)
             if (stands(state.last->directory / area / bundle.key))
                 std::cout << "    " << area << '/' << bundle.key << '\n';
-    for (const Receipt& receipt : {state.previous, state.removed})
-        if (receipt.present) std::cout << "    " << receipt.path.filename().native() << '\n';
+    const Receipt& moved = state.last->moved;
+    if (moved.present) std::cout << "    " << moved.path.filename().native() << '\n';
     if (!state.over)
         std::cout << "  to undo it, type: " << commandFor(testRoot, state.last->name) << '\n';
 }
