@@ -32,6 +32,7 @@ static bool repair(int argc, char** argv) {
     if (run) std::cout << (undid ? "Undid " + *run : *run + " has nothing to undo") << '\n';
     if (json) printFacts(VERSION, states);
     if (!json) printWords(testRoot, states);
+    if (!std::cout.flush()) throw std::runtime_error("Cannot write the output");
     bool urgent = false;
     for (const State& state : states) urgent = urgent || advise(testRoot, state).urgent;
     return urgent;

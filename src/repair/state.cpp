@@ -60,7 +60,8 @@ static std::vector<fs::path> runsOf(const fs::path& backups, const std::string& 
     const std::string prefix = product + '-';
     for (const std::string& name : names(backups)) {
         if (!name.starts_with(prefix) || name == prefix) continue;
-        const bool isNumber = name.find_first_not_of("0123456789", prefix.size()) == name.npos;
+        const bool isNumber = name.find_first_not_of("0123456789", prefix.size()) == name.npos &&
+                              name[prefix.size()] != '0';
         if (isNumber && fs::is_directory(backups / name)) runs.push_back(backups / name);
     }
     // A number with more digits is greater.
@@ -83,12 +84,17 @@ static Run runAt(const fs::path& directory, const std::vector<Bundle>& bundles) 
     return run;
 }
 
-// The name of a run does not tell its format.
-static bool isOf(const Run& run, const std::string& format) {
+static bool isOf(const Run& run, std::string_view format) {
     for (const char* const area : {"verified-backup", "staged", "original", "failed", "repaired"})
         if (stands(run.directory / area / format)) return true;
     const Manifest& listed = run.moved.manifest;
-    return !listed.empty() && listed.begin()->first.starts_with(format + '/');
+    return !listed.empty() && listed.begin()->first.starts_with(format);
+}
+
+// The name of a run does not tell its format. A run without any content may be of each.
+static bool mayBeOf(const Run& run, std::string_view format) {
+    const auto isOfOne = [&](std::string_view one) { return isOf(run, one); };
+    return isOf(run, format) || std::none_of(formats.begin(), formats.end(), isOfOne);
 }
 
 static bool isInterrupted(const State& state) {
@@ -118,7 +124,7 @@ State stateOf(const fs::path& testRoot, const std::string& product, const std::s
     }
     for (const fs::path& directory : runsOf(support / "Backups", product)) {
         const Run run = runAt(directory, state.bundles);
-        if (!isOf(run, format)) continue;
+        if (!mayBeOf(run, format)) continue;
         state.runs.push_back(run);
         if (run.holds && !state.last) state.last = run;
     }

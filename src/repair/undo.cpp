@@ -49,7 +49,7 @@ static void check(const std::vector<Move>& moves) {
 static void carryOut(const std::vector<Move>& moves) {
     for (const Move& move : moves) {
         moveTo(move.from, move.to);
-        if (!move.content.empty() && tree(move.to) != move.content)
+        if (!move.content.empty() && contentOf(move.to) != move.content)
             throw std::runtime_error("Installed readback mismatch; " + move.to.string());
     }
 }
@@ -106,11 +106,11 @@ static bool undoRun(const fs::path& testRoot, const State& state, const Run& run
     if (run.holds && state.over)
         throw std::runtime_error("A later run replaced what it left: " + run.name);
     const std::vector<Move> moves = run.holds ? plan(state, run) : std::vector<Move>();
+    const Move last = {state.temporary, run.directory / "repaired" / state.temporary.filename()};
     check(moves);
-    if (run.holds && state.unfinished) checkWritable(state.temporary);
+    if (run.holds && state.unfinished && !stands(last.to)) check({last});
     blockStops();
     carryOut(moves);
-    const Move last = {state.temporary, run.directory / "repaired" / state.temporary.filename()};
     const State now = stateOf(testRoot, state.product, state.format);
     // An older run that was interrupted needs it: it tells what that run installed.
     if (!now.unfinished || now.interrupted || stands(last.to)) return !moves.empty();
@@ -120,8 +120,14 @@ static bool undoRun(const fs::path& testRoot, const State& state, const Run& run
 }
 
 bool undo(const fs::path& testRoot, const std::string& name) {
+    bool found = false;
+    bool moved = false;
     for (const State& state : survey(testRoot))
-        for (const Run& run : state.runs)
-            if (run.name == name) return undoRun(testRoot, state, run);
-    throw std::runtime_error("No such run: " + name);
+        for (const Run& run : state.runs) {
+            if (run.name != name) continue;
+            found = true;
+            moved = undoRun(testRoot, state, run) || moved;
+        }
+    if (!found) throw std::runtime_error("No such run: " + name);
+    return moved;
 }
