@@ -58,7 +58,7 @@ ChildEnd runChild(const char* program, const std::vector<std::string>& arguments
     if (again([&] { return ::pipe(ends.data()); }) != 0) return result;
     const int reading = lift(ends[0]);
     const int writing = lift(ends[1]);
-    // If the caller's caller ignores SIGCHLD, the child's status would be lost before waitpid.
+    // SIGCHLD may be ignored from outside; the child's status would then be lost before waitpid.
     static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
     pid_t child = -1;
     result.started = reading >= 0 && writing >= 0 && start(program, argv.data(), writing, child);
