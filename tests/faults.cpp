@@ -1,8 +1,12 @@
-// Loaded before the C library. Calls are counted from 1: call FAIL_CALL fails, with the error
-// FAIL_WITH or else EIO; at call KILL_CALL the program is killed. LIST_CALLS names every call on
-// standard error, and how often memory was asked for before it. The request for memory FAIL_MALLOC
-// is refused, and standard error says so. A read gives SHORT_READS bytes at most. STILL_CLOCK stops
-// the clock.
+// A library that is loaded before the C library. These environment variables control it; calls and
+// requests for memory are counted from 1:
+//   FAIL_CALL    number of the call that fails
+//   FAIL_WITH    errno of that failure; EIO if not set
+//   KILL_CALL    number of the call at which the program is killed
+//   LIST_CALLS   prints each call on standard error, with the number of earlier requests for memory
+//   FAIL_MALLOC  number of the request for memory that fails; standard error says so
+//   SHORT_READS  the most bytes that a read gives
+//   STILL_CLOCK  stops the clock
 
 // NOLINTBEGIN: these are the C library's own functions, by its own names.
 
@@ -39,13 +43,13 @@ static const long listing = number("LIST_CALLS");
 static const long starving = number("FAIL_MALLOC");
 static const long shortest = number("SHORT_READS");
 static const long still = number("STILL_CLOCK");
-static const int alone = unsetenv("LD_PRELOAD");  // not for the children
+static const int alone = unsetenv("LD_PRELOAD");  // children run without it
 
 static bool fails(const char* name) {
     ++calls;
     const long before = requests;
     if (listing != 0) dprintf(2, "%s %ld\n", name, before);
-    requests = before;  // to print asks for memory, too
+    requests = before;  // printing requests memory, too
     if (calls == killing) raise(SIGKILL);
     if (calls == failing) errno = error == 0 ? EIO : static_cast<int>(error);
     return calls == failing;

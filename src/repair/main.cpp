@@ -12,7 +12,7 @@
 #include "repair/undo.h"
 #include "repair/words.h"
 
-// Gives whether something has to be done.
+// Takes main's two arguments, and gives whether something needs to be done.
 static bool repair(int argc, char** argv) {
     std::filesystem::path testRoot;
     std::optional<std::string> run;

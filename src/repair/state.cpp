@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 Receipt receiptAt(const fs::path& path) {
     if (!stands(path)) return {path};
     Receipt receipt = {path, true, "damaged"};
-    // Nothing else can be a receipt, and some would never end.
+    // No other type can be a receipt, and reading a device might never end.
     if (!fs::is_regular_file(path)) return receipt;
     std::string text;
     const ReadEnd end = readFile(path, [&](std::string_view block) {
@@ -27,7 +27,7 @@ Receipt receiptAt(const fs::path& path) {
     try {
         receipt.manifest = parse(text);
         receipt.found = "whole";
-    } catch (const std::runtime_error&) {  // it stays damaged
+    } catch (const std::runtime_error&) {  // so `found` stays "damaged"
     }
     return receipt;
 }
@@ -36,11 +36,11 @@ std::optional<Manifest> contentOf(const fs::path& path) {
     if (!stands(path) || !fs::is_directory(path)) return {};
     try {
         return tree(path);
-    } catch (const fs::filesystem_error&) {  // it names its path
+    } catch (const fs::filesystem_error&) {  // its text names the path
         throw;
     } catch (const std::runtime_error& failure) {
         const std::string reason = failure.what();
-        // Only these two are certain. Otherwise something could not be read.
+        // Only with these two it certainly is no bundle. With others, a file could not be read.
         if (reason == "Symlink member refused" || reason == "Empty bundle refused") return {};
         throw std::runtime_error(reason + "; " + path.string());
     }
@@ -53,7 +53,7 @@ static std::string_view find(const fs::path& place, const Manifest& listed) {
     return contentOf(place) == listed ? "installed" : "changed";
 }
 
-// Gives the directories of a product's runs, newest first.
+// Gives the run directories of a product, newest first.
 static std::vector<fs::path> runsOf(const fs::path& backups, const std::string& product) {
     std::vector<fs::path> runs;
     if (!stands(backups)) return runs;
@@ -91,7 +91,7 @@ static bool isOf(const Run& run, std::string_view format) {
     return !listed.empty() && listed.begin()->first.starts_with(format);
 }
 
-// The name of a run does not tell its format. A run without any content may be of each.
+// The name of a run does not contain its format. An empty run may be of each.
 static bool mayBeOf(const Run& run, std::string_view format) {
     const auto isOfOne = [&](std::string_view one) { return isOf(run, one); };
     return isOf(run, format) || std::none_of(formats.begin(), formats.end(), isOfOne);
