@@ -2,9 +2,13 @@
 
 import hashlib
 import os
+import shlex
 import subprocess
+from collections import deque
 from pathlib import Path
 from typing import NamedTuple
+
+import pytest
 
 ROOT = Path(__file__).resolve().parent.parent
 # Nothing of the caller's: no variable of theirs may decide how a test ends.
@@ -15,6 +19,9 @@ READY = (0, "READY: verified package; no files changed\n", "")
 INSTALLED, REMOVED = "INSTALLED; rollback backup: ", "REMOVED to backup: "
 LIBRARY = "filesystem error"
 LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
+# The moments of a run at which it asks lsof about its first and its second installed bundle.
+PREFLIGHT_1, COMMIT_1 = f"*{HD}/*:1", f"*{HD}/*:2"
+PREFLIGHT_2, COMMIT_2 = f"*{LOW}/*:1", f"*{LOW}/*:2"
 
 
 class Ended(NamedTuple):
@@ -30,6 +37,16 @@ def failed(message):
     return 3, "", f"{message}\n"
 
 
+def titled(*table):
+    """The rows of a table that begin with a sentence, which names the test that a row makes."""
+    return [pytest.param(*row, id=sentence) for sentence, *row in table]
+
+
+def each(*table):
+    """The same for rows that end in a list: each of its elements makes a test."""
+    return titled(*((*row, one) for *row, several in table for one in several))
+
+
 def rows(table):
     """The rows of a table that names for each outcome what leads to it."""
     return [(outcome, cause) for outcome, causes in table.items() for cause in causes]
@@ -40,6 +57,12 @@ def disk(root):
     return {str(path.relative_to(root)): f"link to {os.readlink(path)}" if path.is_symlink() else
             path.read_bytes() if path.is_file() else
             "directory" if path.is_dir() else "special" for path in Path(root).rglob("*")}
+
+
+def differences(before, after):
+    """A line for each path that differs, given the entry of each path before and after."""
+    return [f"{path}: {after.get(path, 'nothing')!r:.999}, not {before.get(path, 'nothing')!r:.999}"
+            for path in sorted({*before, *after}) if before.get(path) != after.get(path)]
 
 
 def lines(files):
@@ -66,6 +89,7 @@ class Studio:
     def __init__(self, place, build, emulator):
         self.place, self.build, self.emulator = place, build, emulator
         self.plugins, self.support = place / "r/plugins", place / "r/support"
+        self.told = deque(maxlen=3)  # the last commands, for the report of a red test
         (place / "home").mkdir()
         self.lsof()
 
@@ -77,10 +101,11 @@ class Studio:
         return write(self.place / name / "PRODUCT.txt", f"{product}\n").parent
 
     def lsof(self, calls={}):
-        """Makes the stand-in for lsof. Its n-th call runs calls[n] in sh, or says "not loaded"."""
-        cases = "\n".join(f"{number}) {piece} ;;" for number, piece in calls.items())
-        write(self.place / "lsof", '#!/bin/sh\necho "$*" >>calls\ncase $(($(wc -l <calls))) in\n'
-              f"{cases}\nesac\nexit 1\n").chmod(0o755)
+        """Makes the stand-in for lsof, which says "not loaded". At a moment, a pattern for the path
+        and how often it was asked about, it runs a piece of shell first."""
+        cases = "\n".join(f"{moment}) {piece} ;;" for moment, piece in calls.items())
+        write(self.place / "lsof", '#!/bin/sh\necho "$*" >>calls\n'
+              f'case $2:$(grep -cxFe "$*" calls) in\n{cases}\nesac\nexit 1\n').chmod(0o755)
         write(self.place / "calls", "").chmod(0o666)
 
     def run(self, *command, environment={}, **more):
@@ -89,6 +114,8 @@ class Studio:
             "cwd": self.place, "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
             "stderr": subprocess.PIPE, "text": True, "errors": "surrogateescape", "timeout": 60,
             "env": ENVIRONMENT | {"HOME": f"{self.place}/home"} | environment} | more)
+        self.told.append(f"{environment or '$'} {shlex.join(map(str, command))}\n{ended.stdout}"
+                         f"{ended.stderr}status {ended.returncode}")
         library = (ended.stderr or "").startswith(LIBRARY)
         return Ended(ended.returncode, ended.stdout, f"{LIBRARY}\n" if library else ended.stderr)
 
@@ -104,12 +131,12 @@ class Studio:
         """Runs the installer on a package, with "r" as test root."""
         return self.tool("--package", package, "--test-root", "r", *options, **more)
 
-    def done(self, package, *options):
-        """Runs the installer to a good end; gives the transaction directory that it names."""
-        status, out, err = self.on(package, *options)
-        head, _, name = out.partition(f"{self.support}/Backups/")
-        assert (status, head, name[-1:], err) == (0, REMOVED if options else INSTALLED, "\n", "")
-        return self.support / "Backups" / name[:-1]
+    def done(self, package, *options, **more):
+        """Runs the installer to a good end; gives the run's directory, which it names."""
+        ended = self.on(package, *options, **more)
+        run = self.support / "Backups" / ended.out[:-1].rpartition("/")[2]
+        assert ended == (0, f"{REMOVED if options else INSTALLED}{run}\n", "")
+        return run
 
     def faulty(self, **variables):
         """What more a run takes to have faults in its calls, as tests/faults.cpp knows them."""

@@ -1,67 +1,101 @@
-"""Runs that go wrong between preflight and their end. The stand-in for lsof, asked once for each
-bundle in preflight and once in the commit, changes the disk at exactly these moments."""
+"""Runs in which something changes between preflight and their end, and what they roll back."""
 
 import resource
 
 import pytest
-from harness import HD, LIBRARY, LOADED, LOW, RECEIPT, disk, files, lines
+from harness import (COMMIT_1, COMMIT_2, HD, LIBRARY, LOADED, LOW, PREFLIGHT_2, RECEIPT, disk,
+                     files, lines, titled)
 
+INSTALL, REMOVE = [], ["--remove"]
+MISMATCH, APPEARED = "Installed readback mismatch", "New destination appeared"
 STALE = "Stale transaction receipt preserved; contact support"
-MISMATCH = "Installed readback mismatch"
-LINK = f"Symlink path refused: {{}}/r/support/{RECEIPT}.tmp"
-GONE = "mv $plugins/$Low gone"
-LINK_IN_USE = "printf '#!/bin/sh\ncase $2 in */x) exit 0; esac; exit 1' >lsof"
-# What the pieces of shell need: the transaction directory and an area of it, and the bundles.
-WORDS = f"""t=$(echo r/support/Backups/*); t=${{t##* }} staged=$t/staged plugins=r/plugins
-payload=2/payload receipt=r/support/{RECEIPT} HD={HD} Low={LOW}; """
+# What the pieces of shell know: the run's directory, a bundle that it has staged, and of the second
+# bundle the new and the installed version.
+WORDS = f"""run=$(echo r/support/Backups/*); run=${{run##* }} staged=$run/staged/{LOW}
+new=2/payload/{LOW} old=r/plugins/{LOW} receipt=r/support/{RECEIPT}; """
+GONE = {"before": "mv $old x"}
 
 
-def last(studio, area):
-    """What stands in an area of the last run's transaction directory: the bundles there."""
-    place = max(studio.support.glob("Backups/*")) / area
-    return [key for key in (HD, LOW) if (place / key).exists()]
+def change(studio, changes):
+    """Has pieces of shell run before the next run, and at moments of it."""
+    studio.sh(WORDS + changes.get("before", ":"))
+    studio.lsof({moment: WORDS + piece for moment, piece in changes.items()})
 
 
-@pytest.mark.parametrize("changes, options, message, failed, staged", [
-    # Before the commit region: the backup and the staged copy.
-    ({2: "echo >$plugins/$Low/x"}, ["--remove"], "Backup verification failed", [], []),
-    ({2: "echo >$payload/$Low/x"}, [], "Stage verification failed", [], [HD, LOW]),
-    ({2: "mkfifo $payload/$Low/x"}, [], LIBRARY, [], [HD, LOW]),
-    # Inside: each step of each bundle. A link to a file is asked about under its own name.
-    ({3: f"ln -s a $plugins/$Low/MacOS/x; {LINK_IN_USE}"}, [], LOADED, [HD], [LOW]),
-    ({4: "exit 0"}, ["--remove"], LOADED, [], []),
-    ({4: "echo >$plugins/$Low/x"}, [], "Plugin changed during transaction", [HD], [LOW]),
-    ({3: "echo >$staged/$HD/x"}, [], MISMATCH, [HD], [LOW]),
-    ({4: "echo >$receipt.tmp"}, [], STALE, [HD, LOW], []),
-    ({4: "ln -s no $receipt.tmp"}, [], LINK, [HD, LOW], []),
-    # What stands at the receipt's path is never replaced.
-    ({4: "echo >$t/previous-receipt.sha256; exit 0"}, [], LOADED, [HD], [LOW]),
-    # The second bundle was not installed.
-    ({1: GONE, 2: "mkdir $plugins/$Low"}, [], "New destination appeared", [HD], [LOW]),
-    ({1: GONE, 2: "mkdir $plugins/$Low"}, ["--remove"], "New destination appeared", [], []),
-    ({1: GONE, 2: "echo >$staged/$Low/x"}, [], MISMATCH, [HD, LOW], []),
-])
-def test_puts_back_what_stood_there(installed, changes, options, message, failed, staged):
+def kept(studio):
+    """The bundles in the areas of the last run's directory, such as "failed=HD staged=LOW"."""
+    run = max(studio.support.glob("Backups/*"))
+    return " ".join(f"{area}={name}" for area in ("original", "failed", "staged")
+                    for name, key in (("HD", HD), ("LOW", LOW)) if (run / area / key).exists())
+
+
+# What happens, in which kind of run, by which changes; what the run says, and what it has kept.
+@pytest.mark.parametrize("kind, changes, message, left", titled(
+    ("a bundle changes before it is copied", REMOVE, {PREFLIGHT_2: "echo >$old/x"},
+     "Backup verification failed", ""),
+    ("a payload changes before it is copied", INSTALL, {PREFLIGHT_2: "echo >$new/x"},
+     "Stage verification failed", "staged=HD staged=LOW"),
+    ("a pipe cannot be copied", INSTALL, {PREFLIGHT_2: "mkfifo $new/x"},
+     LIBRARY, "staged=HD staged=LOW"),
+    ("a link in MacOS leads to a file in use", INSTALL,
+     {COMMIT_1: "ln -s a $old/MacOS/x", "*/x:1": "exit 0"}, LOADED, "failed=HD staged=LOW"),
+    ("a loop of links is in MacOS", INSTALL, {COMMIT_1: "ln -s x $old/MacOS/x"},
+     LIBRARY, "failed=HD staged=LOW"),
+    ("a loop of links is elsewhere", INSTALL, {COMMIT_1: "ln -s x $old/x"},
+     LIBRARY, "failed=HD staged=LOW"),
+    ("a bundle is loaded", REMOVE, {COMMIT_2: "exit 0"}, LOADED, ""),
+    ("a bundle changes after its backup", INSTALL, {COMMIT_2: "echo >$old/x"},
+     "Plugin changed during transaction", "failed=HD staged=LOW"),
+    ("a staged bundle changes", INSTALL, {COMMIT_2: "echo >$staged/x"},
+     MISMATCH, "failed=HD failed=LOW"),
+    ("a staged bundle without an old one changes", INSTALL, GONE | {COMMIT_1: "echo >$staged/x"},
+     MISMATCH, "failed=HD failed=LOW"),
+    ("a bundle appears before an install", INSTALL, GONE | {COMMIT_1: "mkdir $old"},
+     APPEARED, "failed=HD staged=LOW"),
+    ("a bundle appears before a removal", REMOVE, GONE | {COMMIT_1: "mkdir $old"}, APPEARED, ""),
+    ("a .tmp receipt is there", INSTALL, {COMMIT_2: "echo >$receipt.tmp"},
+     STALE, "failed=HD failed=LOW"),
+    ("a .tmp receipt is a dangling link", INSTALL, {COMMIT_2: "ln -s none $receipt.tmp"},
+     f"Symlink path refused: {{}}/r/support/{RECEIPT}.tmp", "failed=HD failed=LOW"),
+    ("a receipt that is there is not replaced", INSTALL,
+     {COMMIT_2: "echo >$run/previous-receipt.sha256; exit 0"}, LOADED, "failed=HD staged=LOW"),
+    ("a receipt that is a dangling link is replaced", INSTALL,
+     {COMMIT_2: "mv $receipt $run/previous-receipt.sha256; ln -s none $receipt; exit 0"},
+     LOADED, "failed=HD staged=LOW"),
+))
+def test_rolls_back(installed, kind, changes, message, left):
+    change(installed, changes)
     before = disk(installed.plugins)
-    installed.lsof({call: WORDS + change for call, change in changes.items()})
-    assert installed.on("2", *options) == installed.ends(message)
-    if GONE in changes.values():  # nothing, or an empty directory, is in its place
-        (installed.place / "gone").rename(installed.plugins / LOW)
+    assert installed.on("2", *kind) == installed.ends(message)
     after = disk(installed.plugins)
-    assert {path: entry for path, entry in after.items() if path[-2:] != "/x"} == before
-    assert (installed.support / RECEIPT).read_text() == lines(files(1))
-    assert [last(installed, area) for area in ("original", "failed", "staged")] == [
-        [], failed, staged]
+    assert {path: entry for path, entry in after.items() if path in before} == before
+    assert disk(installed.support)[RECEIPT] == lines(files(1)).encode()
+    assert kept(installed) == left
+
+
+@pytest.mark.parametrize("changes, left", titled(
+    ("a file of the payload becomes a link to an equal one",
+     {PREFLIGHT_2: "mv $new/b x; ln -s $PWD/x $new/b"},
+     "original previous-receipt.sha256 staged verified-backup"),
+    ("a dangling link takes the receipt's place",
+     {COMMIT_1: "mv $receipt x; ln -s none $receipt"}, "original staged verified-backup")))
+def test_installs_although(installed, changes, left):
+    payload = disk(installed.place / "2/payload")
+    change(installed, changes)
+    run = installed.done("2")
+    assert disk(installed.plugins) == payload
+    assert disk(installed.support)[RECEIPT] == lines(files(2)).encode()
+    assert " ".join(sorted(path.name for path in run.iterdir())) == left
 
 
 def test_a_rollback_that_fails_loses_nothing(installed):
     # The second is loaded, and an obstacle stands where the first new bundle has to go.
-    installed.lsof({4: f"{WORDS}echo >$t/failed; exit 0"})
+    change(installed, {COMMIT_2: "echo >$run/failed; exit 0"})
     assert installed.on("2") == installed.ends(LIBRARY)
     for version, key in ("2", HD), ("1", LOW):
         payload = installed.place / version / "payload"
         assert disk(installed.plugins / key) == disk(payload / key)
-    assert (last(installed, "original"), last(installed, "staged")) == ([HD], [LOW])
+    assert kept(installed) == "original=HD staged=LOW"
 
 
 def test_a_receipt_that_stops_short(installed):
