@@ -1,8 +1,7 @@
 // Loaded before the C library. Calls are counted from 1: call FAIL_CALL fails, with the error
 // FAIL_WITH or else EIO; at call KILL_CALL the program is killed. LIST_CALLS prints every call on
 // standard error: its name, its path, and how often memory was asked for before it. The request for
-// memory FAIL_MALLOC is refused, and standard error says so. A read gives SHORT_READS bytes at
-// most. STILL_CLOCK stops the clock.
+// memory FAIL_MALLOC is refused, and standard error says so. STILL_CLOCK stops the clock.
 
 // NOLINTBEGIN: these are the C library's own functions, by its own names.
 
@@ -31,7 +30,6 @@ static const long error = number("FAIL_WITH");
 static const long killing = number("KILL_CALL");
 static const long listing = number("LIST_CALLS");
 static const long starving = number("FAIL_MALLOC");
-static const long shortest = number("SHORT_READS");
 static const long still = number("STILL_CLOCK");
 static const int alone = unsetenv("LD_PRELOAD");  // not for the children
 
@@ -74,13 +72,9 @@ CALL(pipe, -1, "")
 CALL(sendfile, -1, "")
 CALL(copy_file_range, -1, "")
 CALL(write, -1, "")
+CALL(read, -1, "")
 CALL(readdir, 0, "")
 CALL(close, -1, "")
-
-extern "C" ssize_t read(int file, void* bytes, size_t size) {
-    static auto* const next = reinterpret_cast<decltype(read)*>(dlsym(RTLD_NEXT, "read"));
-    return fails("read", "") ? -1 : next(file, bytes, shortest == 0 ? size : shortest);
-}
 
 extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept {
     static auto* const next =

@@ -2,6 +2,7 @@
 
 import hashlib
 import os
+import re
 import shlex
 import subprocess
 from collections import deque
@@ -19,9 +20,10 @@ READY = (0, "READY: verified package; no files changed\n", "")
 INSTALLED, REMOVED = "INSTALLED; rollback backup: ", "REMOVED to backup: "
 LIBRARY = "filesystem error"
 LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
-# The moments of a run at which it asks lsof about its first and its second installed bundle.
-PREFLIGHT_1, COMMIT_1 = f"*{HD}/*:1", f"*{HD}/*:2"
-PREFLIGHT_2, COMMIT_2 = f"*{LOW}/*:1", f"*{LOW}/*:2"
+# The moments of a run at which it asks lsof about its first and its second installed bundle: a
+# pattern for the path, and how often it was asked about.
+MOMENTS = {"PREFLIGHT_1": f"*{HD}/*:1", "PREFLIGHT_2": f"*{LOW}/*:1",
+           "COMMIT_1": f"*{HD}/*:2", "COMMIT_2": f"*{LOW}/*:2"}
 
 
 class Ended(NamedTuple):
@@ -37,19 +39,12 @@ def failed(message):
     return 3, "", f"{message}\n"
 
 
-def titled(*table):
-    """The rows of a table that begin with a sentence, which names the test that a row makes."""
-    return [pytest.param(*row, id=sentence) for sentence, *row in table]
-
-
-def each(*table):
-    """The same for rows that end in a list: each of its elements makes a test."""
-    return titled(*((*row, one) for *row, several in table for one in several))
-
-
-def rows(table):
-    """The rows of a table that names for each outcome what leads to it."""
-    return [(outcome, cause) for outcome, causes in table.items() for cause in causes]
+def table(text):
+    """The rows of a table for parametrize. A row begins with a sentence, the name of its test, and
+    goes on in indented lines; if its last cell has several values, with "or", each makes a test."""
+    cells = [re.split(r"\s*\|\s*", row) for row in re.split(r"\n(?=\S)", text.strip())]
+    return [pytest.param(*row, value, id=sentence) for sentence, *row, values in cells
+            for value in re.split(r"\sor\s+", values)]
 
 
 def disk(root):
@@ -101,9 +96,9 @@ class Studio:
         return write(self.place / name / "PRODUCT.txt", f"{product}\n").parent
 
     def lsof(self, calls={}):
-        """Makes the stand-in for lsof, which says "not loaded". At a moment, a pattern for the path
-        and how often it was asked about, it runs a piece of shell first."""
-        cases = "\n".join(f"{moment}) {piece} ;;" for moment, piece in calls.items())
+        """Makes the stand-in for lsof, which says "not loaded" or does what `calls` has for its
+        moment, a name in MOMENTS or a pattern as there."""
+        cases = "\n".join(f"{MOMENTS.get(name, name)}) {code} ;;" for name, code in calls.items())
         write(self.place / "lsof", '#!/bin/sh\necho "$*" >>calls\n'
               f'case $2:$(grep -cxFe "$*" calls) in\n{cases}\nesac\nexit 1\n').chmod(0o755)
         write(self.place / "calls", "").chmod(0o666)
@@ -144,8 +139,9 @@ class Studio:
                 {"LD_LIBRARY_PATH": f"{self.build}/tests", "LD_PRELOAD": "libfaults.so"}}
 
     def ends(self, message):
-        """The end of a run that fails with this, "{}" being our place; without, of a dry run."""
-        return failed(message.format(self.place)) if message else READY
+        """How a run ends that fails with this, "{}" being our place; without, a dry run."""
+        words = {"HD": HD, "LOW": LOW, "RECEIPT": RECEIPT, "LOADED": LOADED}
+        return failed(message.format(self.place, **words)) if message else READY
 
     def sh(self, code, **more):
         """Runs a piece of shell that stops at the first command that fails."""

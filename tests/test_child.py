@@ -1,27 +1,27 @@
 """The load check's child and the signals, in the surroundings that a run may be started in."""
 
-import os
+import shlex
 import signal
 
 import pytest
-from harness import (COMMIT_1, COMMIT_2, LOADED, PREFLIGHT_1, PREFLIGHT_2, RECEIPT, disk, failed,
-                     files, lines, titled)
+from harness import LOADED, RECEIPT, disk, failed, files, lines, table
 
 
-@pytest.mark.parametrize("prepare", titled(
-    ("standard input is closed", lambda: os.close(0)),
-    ("standard output is closed", lambda: os.close(1)),
-    ("standard error is closed", lambda: os.close(2)),
-    ("all three are closed", lambda: os.closerange(0, 3)),
-    ("signals of ended children are ignored",
-     lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))))
+@pytest.mark.parametrize("prepare", table("""
+standard input is closed | exec <&-
+standard output is closed | exec >&-
+standard error is closed | exec 2>&-
+all three are closed | exec <&- >&- 2>&-
+the ends of children are ignored | trap '' CHLD
+"""))
 def test_an_upgrade_in_odd_surroundings(installed, prepare):
     before = disk(installed.place / "r")
-    installed.lsof({PREFLIGHT_1: "echo >&2; exit 1"})
-    assert installed.on("2", preexec_fn=prepare).status == 3
+    upgrade = f"{prepare}; {shlex.join(installed.command())} --package 2 --test-root r"
+    installed.lsof({"PREFLIGHT_1": "echo >&2; exit 1"})
+    assert installed.sh(upgrade).status == 3
     assert disk(installed.place / "r") == before
-    installed.lsof({PREFLIGHT_2: "echo; head -c 200000 /dev/zero; exit 1"})
-    assert installed.on("2", preexec_fn=prepare).status == 0
+    installed.lsof({"PREFLIGHT_2": "echo; head -c 200000 /dev/zero; exit 1"})
+    assert installed.sh(upgrade).status == 0
     assert disk(installed.plugins) == disk(installed.place / "2/payload")
     assert (installed.support / RECEIPT).read_text() == lines(files(2))
 
@@ -31,11 +31,11 @@ def test_an_upgrade_in_odd_surroundings(installed, prepare):
 def test_a_signal_ends_a_run_before_the_commit_and_waits_during_it(installed, number):
     # Tests that run in the background may have been started with it ignored.
     default = {"preexec_fn": lambda: signal.signal(number, signal.SIG_DFL)}
-    installed.lsof({PREFLIGHT_2: f"kill -{number:d} $PPID"})
+    installed.lsof({"PREFLIGHT_2": f"kill -{number:d} $PPID"})
     assert installed.on("2", **default) == (-number, "", "")
-    installed.lsof({COMMIT_1: f"kill -{number:d} $PPID"})
+    installed.lsof({"COMMIT_1": f"kill -{number:d} $PPID"})
     installed.done("2", **default)
     # One that ends a hanging check as well rolls the run back.
-    installed.lsof({COMMIT_2: f"kill -{number:d} $PPID $$"})
+    installed.lsof({"COMMIT_2": f"kill -{number:d} $PPID $$"})
     assert installed.on("1", **default) == failed(LOADED)
     assert disk(installed.plugins) == disk(installed.place / "2/payload")
