@@ -4,9 +4,8 @@ _orvelline_repair() {
     local word=${COMP_WORDS[COMP_CWORD]} kind found
     case ${COMP_WORDS[COMP_CWORD - 1]} in
     --test-root) kind=(-d) ;;
-    --product) kind=(-W 'Marbrel Quellotrone') ;;
-    --format) kind=(-W 'VST3 Components') ;;
-    *) kind=(-W '--test-root --product --format --back') ;;
+    --undo) kind=(-W '') ;;
+    *) kind=(-W '--test-root --undo --json --version') ;;
     esac
     COMPREPLY=()
     while IFS= read -r found; do

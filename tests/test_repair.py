@@ -1,73 +1,130 @@
-"""What orvelline-repair tells, refuses and brings back, besides the sweep of killed runs."""
+"""What orvelline-repair says, undoes and refuses, besides the sweep of killed runs."""
 
+import json
 import os
+import re
 import shlex
 import shutil
-from fnmatch import fnmatchcase
 
 import pytest
-from harness import HD, LOADED, LOW, RECEIPT, disk, failed, files, rows
+from harness import HD, LOADED, LOW, RECEIPT, disk, failed, files
 
-PLACE = ["--product", "Marbrel", "--format", "VST3"]
-PACKAGES = {"1": files(1), "2": files(2), "h": files(1, HD), "l": files(1, LOW),
+PACKAGES = {"1": files(1), "2": files(2), "hd": files(1, HD), "low": files(1, LOW),
             "au": files(1, "Components/MarbrelHDAU.component")}
-# For pieces of shell, with both programs by their names: the last run's paths, what makes of a
-# finished run one that was killed before its receipt or after its first bundle, and what stands.
+# For pieces of shell: both programs, the newest run's paths, what makes of a finished run one that
+# was killed before its receipt or after its first bundle, and what is installed.
 WORDS = f"""HD=r/plugins/{HD} LOW=r/plugins/{LOW} receipt=r/support/{RECEIPT} runs=r/support/Backups
-paths() {{ t=$(echo $runs/Marbrel-*); t=${{t##* }}; old=$t/previous-receipt.sha256
+paths() {{ t=$(echo $runs/Marbrel-*); t=${{t##* }}; run=${{t##*/}} old=$t/previous-receipt.sha256
 original=$t/original/{HD} backup=$t/verified-backup/{HD}; }}
 on() {{ installer --test-root r --package "$@"; paths; }}
-look() {{ repair --test-root r {' '.join(PLACE)} "$@"; }}
+look() {{ repair --test-root r "$@"; }}
 put() {{ mkdir -p $t/$2/VST3; mv $1 $t/$2/VST3; }}
+unfinished() {{ mv $receipt $receipt.tmp; }}
 killed() {{ mv $old $receipt || rm $receipt; }}
 half() {{ killed; put $LOW staged; mv $t/original/{LOW} $LOW || :; }}
-from() {{ for p in 2 1 h l; do diff -r $1 $p/$2 >&2 && printf $p && return; done
+from() {{ for p in 2 1 hd low; do diff -r $1 $p/$2 >&2 && printf $p && return; done
 if [ -e $1 ]; then printf '?'; else printf -; fi; }}
-stands() {{ from $HD payload/{HD}; from $LOW payload/{LOW}; from $receipt CONTENTS.sha256; }}
+installed() {{ echo hd=$(from $HD payload/{HD}) low=$(from $LOW payload/{LOW}) \\
+receipt=$(from $receipt CONTENTS.sha256); }}
 paths
 """
-WELL, DIFFERS = "Nothing needs to be done\n", "A bundle is absent or changed since: *\n"
-BACK, BY_HAND = "Close all hosts and type: *\n", "Move the damaged receipt away by hand, *\n"
-# What is done, the status and what is told, and what stands after each way back: the packages that
-# the two bundles and the receipt are from.
+WELL = "Nothing needs to be done"
+UNDO = "Close all music programs and type: orvelline-repair --test-root '{}/r' --undo RUN"
+CHANGED = "was changed: move it away by hand, and install its package again"
+MISSING = "is missing: install its package again"
+UNLISTED = ("is on no receipt: install its package again, or remove it with that package and "
+            "--remove")
+DAMAGED = ("Move the damaged receipt away by hand, and install the same version again: "
+           f"{{}}/r/support/{RECEIPT}")
+BY_HAND = f"Move this file away by hand: {{}}/r/support/{RECEIPT}.tmp"
+# What the row shows; what is done; the status of a look and what it says, with $run as RUN; what
+# undoing RUN says, its status, and what is installed then.
 STATES = [
-    ("on 1; half; echo >$t/staged/.DS_Store", 1, f"*HD.vst3 in place: not proved\n*{BACK}", "---"),
-    ("on 1; echo >$t/staged/.DS_Store", 0, f"*finished\n*as this run brought it\n{WELL}", "---"),
-    ("on 1; on 2; killed; touch $receipt", 1, f"*receipt in place: as before*{BACK}", "111"),
-    ("on l; on h; killed; touch $LOW", 1, f"*{LOW} in place: as before*{BACK}", "-1l"),
-    ("on l; on h; killed; touch $receipt", 1, f"*{HD} in place: not proved*{BACK}", "-1l"),
-    ("on l; on h; : >$receipt", 1, f"*receipt in place: damaged\n*{BY_HAND}", "-1l"),
-    ("on 1; echo >$HD/b; rm -r $LOW", 0, f"*: changed since\n*: absent\n*{DIFFERS}", "---"),
-    ("on 1; rm -r $runs $HD; echo >$LOW/b", 0, f"*: absent\n*: changed since\n{DIFFERS}", "-?1"),
-    ("on 1; on 2; killed; touch $receipt.tmp; on 2 || :", 1, f"*, undone: *{BACK}", "111"),
-    ("on 1; on au; on au; touch $receipt.tmp", 1, f"*finished\n*\n  left by*{BACK}", "111 ---"),
-    ("mkdir r r/support; : >$receipt; : >$receipt.tmp", 1, "*damaged\n*\nMove that*\n", "--?"),
-    ("on 1; on 2; find $runs -empty -delete", 0, f"*finished\n  an install: *{WELL}", "111"),
-    ("on l; on 2; killed; find $runs -empty -delete", 1, f"*\n  an install: *{BACK}", "-1l"),
-    ("on 1; half; put $HD staged; cp -r 2/payload/VST3 r/plugins", 0, f"*changed no*{WELL}", "22-"),
-    ("on 1; on 1; half", 0, f"*run left all as it was\n*as before this*{WELL}", "111 ---"),
-    ("on 1; on 2; look --back", 0, f"*as this run brought it*undone: *{WELL}", "---"),
-    ("on 1; on 1 --remove; mv $t/removed* $receipt; rm -r $t/verif*", 1, f"*{BACK}", "--1"),
-    ("on 1; on h --remove", 0, f"*finished\n  a removal: *{WELL}", "111"),
-    ("on 1; on 2; killed; put $LOW failed", 1, f"*: absent\n*the new one: */failed/*{BACK}", "111"),
-    ("on 1; on 2; half; on 2; half", 1, f"*{HD} in place: as before*{BACK}", "211 111"),
-    ("on 1; on 2; killed; echo >$original/b", 1, f"*: not proved\n    the old one: *{BACK}", "111"),
-    ("on 1; on 2; rm -r $t/original $HD", 0, f"*{DIFFERS}", "111 ---"),
-    ("on 1; mv $HD x; look --back; mv x $HD", 0, f"*no transaction*\n{WELL}", "1--"),
-    ("on 1; on 1 --remove; cp -r 2/payload/VST3 r/plugins", 0, "*removal: *changed since*", "111"),
-    ("on 1; on 2; printf '#!/bin/sh\nkill $PPID; exit 1' >lsof", 0, f"*{WELL}", "111"),
-    ('on 1; on 2; echo "#!/bin/sh\necho x >$original/b; exit 1" >lsof', 0, f"*{WELL}", "?--"),
+    ("a first install cannot be undone", "on 1",
+     0, f"well, hd installed, low installed: {WELL}", "nothing 0 hd=1 low=1 receipt=1"),
+    ("an upgrade is undone", "on 1; on 2",
+     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
+    ("an upgrade was killed after its first bundle", "on 1; on 2; half",
+     1, f"interrupted, hd changed, low installed: {UNDO}", "Undid 0 hd=1 low=1 receipt=1"),
+    ("an upgrade was killed while a bundle was away that no receipt lists",
+     "on 1; on hd; on 1; killed; put $LOW staged",
+     1, f"interrupted, hd installed: {UNDO}", "Undid 0 hd=1 low=1 receipt=hd"),
+    ("an upgrade was killed between the renames of the receipts", "on hd; on 2; unfinished",
+     1, f"interrupted, hd on no receipt, low on no receipt, receipt absent, unfinished: {UNDO}",
+     "Undid 0 hd=1 low=- receipt=hd"),
+    ("not a receipt that equals the previous one is the run's own, but the unfinished one",
+     "on hd; on 1; unfinished; cp $old $receipt",
+     1, f"interrupted, hd installed, low on no receipt, unfinished: {UNDO}",
+     "Undid 0 hd=1 low=- receipt=hd"),
+    ("a bundle that came with the run goes with it", "on low; on 1",
+     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=- low=1 receipt=low"),
+    ("a bundle that somebody else has put there stays",
+     "on hd; on hd; cp -r 2/payload/VST3/*Low* r/plugins/VST3",
+     0, f"not well, hd installed, low on no receipt: {LOW} {UNLISTED}",
+     "Undid 0 hd=1 low=2 receipt=hd"),
+    ("a removal is undone", "on 1; on 1 --remove",
+     0, f"well, receipt absent: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
+    ("a removal was killed, which brings nothing, whatever an unfinished receipt lists",
+     "on hd; on hd --remove; mv $t/removed* $receipt; cp 1/C* $receipt.tmp; mkdir $LOW",
+     1, f"interrupted, hd missing, low on no receipt, unfinished: {UNDO}",
+     "Undid 0 hd=1 low=? receipt=hd"),
+    ("without a receipt, what a killed removal has left is on no receipt",
+     "on 1; rm $receipt; on 1 --remove; mv $t/original/VST3/*Low* $LOW",
+     1, f"not well, low on no receipt, receipt absent: {LOW} {UNLISTED}",
+     "Undid 1 hd=1 low=1 receipt=-"),
+    ("a killed first install ends with the same install", "on 1; unfinished",
+     1, f"not well, hd on no receipt, low on no receipt, receipt absent, unfinished: {UNDO}",
+     "Undid 1 hd=1 low=1 receipt=-"),
+    ("a run takes only one unfinished receipt",
+     "on 1; touch $receipt.tmp; look --undo $run; touch $receipt.tmp",
+     1, f"not well, hd installed, low installed, unfinished: {BY_HAND}",
+     "nothing 1 hd=1 low=1 receipt=1"),
+    ("a receipt is damaged", "on 1; on 2; echo >$receipt",
+     1, f"not well, hd on no receipt, low on no receipt, receipt damaged: {DAMAGED}",
+     "Undid 0 hd=1 low=1 receipt=1"),
+    ("a changed bundle comes before a missing one", "on 1; rm -r $HD; ln -s b $LOW/c",
+     1, f"not well, hd missing, low changed: {LOW} {CHANGED}", "nothing 1 hd=- low=? receipt=1"),
+    ("a missing bundle comes before one on no receipt", "on hd; rm -r $HD; mkdir $LOW",
+     1, f"not well, hd missing, low on no receipt: {HD} {MISSING}",
+     "nothing 1 hd=- low=? receipt=hd"),
+    ("a plain file in a bundle's place moves away", "on 1; on 2; rm -r $LOW; echo >$LOW",
+     1, f"not well, hd installed, low changed: {LOW} {CHANGED}", "Undid 0 hd=1 low=1 receipt=1"),
+    ("what only looks like a run counts for nothing, and no date counts",
+     "on 1; on 2; cp -r $t $t-2; mv $t-2 $runs/Marbrel-2x; touch $runs/Marbrel-9; touch -d @1 $t",
+     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
+    ("a run's number decides which is newer", "on 1; on 2; mv $t $runs/Marbrel-9; on 1; on 1; "
+     "mv $t $runs/Marbrel-10; rm -r $runs/Marbrel-??????*; run=Marbrel-10",
+     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
+    ("an older run that was interrupted keeps the unfinished receipt",
+     "on 1; on 2; unfinished; on 2 --remove",
+     1, f"not well, receipt absent, unfinished: {UNDO.replace('RUN', 'OLDER')}",
+     "Undid 1 hd=2 low=2 receipt=-"),
+    ("the other format has runs of its own", "on 1; on 2; r=$run; on au; on au; run=$r",
+     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
 ]
+# What the row shows; what is done after two installs; the run; the message.
 REFUSALS = [
-    ("mv $HD x; ln -s ../../../x $HD", f"Symlink path refused: {{}}/r/plugins/{HD}"),
-    ("printf '#!/bin/sh\\nexit 0\\n' >lsof", LOADED),
-    (f"mkdir -p $t/repaired/{HD}", f"New destination appeared; {{}}/r/*/repaired/{HD}"),
-    ("echo >$t/repaired", "New destination appeared; {}/r/*/repaired"),
-    ("rm -r $t/verified-backup $old", "Backup *; {}/r/support/* and the backup differ"),
-    ("echo x >$backup/b", "Backup *; {}/r/support/* is whole, the backup is not"),
-    ("rm -r $runs; echo >$receipt.tmp", "Stale transaction receipt preserved; contact support"),
-    ("mv $t $runs/Marbrel-9000000000000000000", "Run lies in the future; check the clock: {}/r/*0"),
-    ("chmod 555 r/support", "filesystem error"),
+    ("a link in the way", "mv $HD x; ln -s ../../../x $HD", "$run",
+     f"Symlink path refused: {{}}/r/plugins/{HD}"),
+    ("a loaded bundle", "printf '#!/bin/sh\\nexit 0\\n' >lsof", "$run", LOADED),
+    ("something where a bundle has to go", f"mkdir -p $t/repaired/{HD}", "$run",
+     f"New destination appeared; {{}}/r/support/Backups/RUN/repaired/{HD}"),
+    ("a file where a directory has to go", "echo >$t/repaired", "$run",
+     "New destination appeared; {}/r/support/Backups/RUN/repaired"),
+    ("a damaged original", "echo >$original/b", "$run",
+     f"Backup verification failed; {{}}/r/support/Backups/RUN/original/{HD}"),
+    ("a locked receipt", "chmod 444 $receipt", "$run", "filesystem error"),
+    ("a directory that may not be written to", "chmod 555 r/support", "$run", "filesystem error"),
+    ("a file that cannot be read", "chmod 0 $HD/b", "$run",
+     f"Cannot read {{0}}/r/plugins/{HD}/b; {{0}}/r/plugins/{HD}"),
+    ("a receipt that cannot be read", "chmod 0 $old", "$run",
+     "Cannot read {}/r/support/Backups/RUN/previous-receipt.sha256"),
+    ("an unknown run", "", "Marbrel-1", "No such run: Marbrel-1"),
+    ("a run that is not the newest", "on 1; on 1; run=$(ls $runs | sed -n 2p)", "$run",
+     "Undo this run first: LAST"),
+    ("a removal that an install has followed", "on 2 --remove; r=$run; on 2; run=$r", "$run",
+     "A later run replaced what it left: RUN"),
+    ("two things at once", "", "$run --json", "Give one of --undo and --json"),
 ]
 
 
@@ -79,41 +136,83 @@ def shop(studio):
 
 
 def sh(shop, code):
-    return shop.sh("".join(f'{name}() {{ {shlex.join(shop.command(name))} "$@"; }}\n'
-                           for name in ("installer", "repair")) + WORDS + code)
+    """Runs a piece of shell; gives how it ended, and the name of $run."""
+    programs = "".join(f'{name}() {{ {shlex.join(shop.command(name))} "$@"; }}\n'
+                       for name in ("installer", "repair"))
+    ended = shop.sh(f"{programs}{WORDS}{code}\necho $run")
+    assert ended.status == 0, ended
+    return ended, ended.out.split()[-1]
 
 
-@pytest.mark.parametrize("made, status, told, after", STATES)
-def test_states(shop, made, status, told, after):
-    made, ended = sh(shop, made), sh(shop, "look")
-    assert (made.status, ended.status, ended.err) == (0, status, ""), (made, ended)
-    assert fnmatchcase(ended.out, told), ended
-    for state in after.split():
-        ended = sh(shop, "look --back")
-        assert sh(shop, "stands").out == state, ended
+def said(out):
+    """What a look says of the first product and format, and its last line, in short."""
+    block = re.search("^Marbrel VST3: (.*(?:\n  [^ ].*)*)", out, re.M)[1]
+    block = re.sub("\n  (last run|to undo it).*|(?<=unfinished) receipt: .*", "", block)
+    for long, short in (HD, "hd"), (LOW, "low"), (": ", " "), ("\n  ", ", "):
+        block = block.replace(long, short)
+    return f"{block}: {out.splitlines()[-1]}"
 
 
-@pytest.mark.parametrize("change, message", REFUSALS)
-def test_refusals(shop, change, message):
-    made = sh(shop, f"umask 0; on 1; on 2; chmod -R a+rwX .; {change}")
+@pytest.mark.parametrize("code, status, expected, undone", [row[1:] for row in STATES],
+                         ids=[row[0] for row in STATES])
+def test_states(shop, code, status, expected, undone):
+    run = sh(shop, code)[1]
+    ended = sh(shop, "look && status=0 || status=$?; echo status $status")[0]
+    look, _, found = ended.out.rpartition("status ")
+    words = re.sub("Marbrel-[0-9]+", "OLDER", said(look).replace(run, "RUN"))
+    assert (words, found.split()[0]) == (expected.format(shop.place), str(status))
+    ended = sh(shop, f"look --undo {run} >said && status=0 || status=$?\n"
+               "echo $(grep -o 'Undid\\|nothing' said) $status $(installed)")[0]
+    assert ended.out.splitlines()[-2] == undone
     before = disk(shop.place / "r")
+    ended = shop.tool("--test-root", "r", "--undo", run, program="repair")
+    assert ended.out.startswith(f"{run} has nothing to undo\n")
+    assert disk(shop.place / "r") == before
+
+
+@pytest.mark.parametrize("code, options, message", [row[1:] for row in REFUSALS],
+                         ids=[row[0] for row in REFUSALS])
+def test_refusals(shop, code, options, message):
+    run = sh(shop, f"umask 0; on 1; on 2; chmod -R a+rwX .; {code}")[1]
+    before = disk(shop.place / "r") if os.geteuid() == 0 else None
     program = shutil.copy(shop.command("repair")[-1], shop.place / "program")
     user = {"user": 65534} if os.geteuid() == 0 else {}
-    ended = shop.run(*shop.emulator, program, "--test-root", "r", *PLACE, "--back", **user)
-    assert (made.status, ended[:2], disk(shop.place / "r")) == (0, (3, ""), before), (made, ended)
-    assert fnmatchcase(ended.err, f"{message}\n".format(shop.place)), ended
+    last = max(path.name for path in (shop.support / "Backups").iterdir())
+    ended = shop.run(*shop.emulator, program, "--test-root", "r", "--undo",
+                     *options.replace("$run", run).split(), **user)
+    message = message.format(shop.place).replace("RUN", run).replace("LAST", last)
+    assert ended == failed(message)
+    assert not before or disk(shop.place / "r") == before
 
 
-@pytest.mark.parametrize("message, options", rows({
-    "Product and format required": ["--back", "--product Marbrel"],
-    "Unknown product": ["--product marbrel --format VST3"],
-    "Unexpected format": ["--product Marbrel --format AU"],
-}))
-def test_command_line(studio, message, options):
-    assert studio.tool(*options.split(), program="repair") == failed(message)
+def test_the_words_and_the_facts_of_an_upgrade(shop):
+    ended, run = sh(shop, "on 1; on 2; look; look --json; sha256sum [12]/CONTENTS.sha256")
+    place = f"{shop.support}/Backups/{run}"
+    assert f"""Marbrel VST3: well
+  {HD}: installed
+  {LOW}: installed
+  last run: {place}
+    original/{HD}
+    original/{LOW}
+    verified-backup/{HD}
+    verified-backup/{LOW}
+    previous-receipt.sha256
+  to undo it, type: orvelline-repair --test-root '{shop.place}/r' --undo {run}
+{WELL}
+""" in ended.out
+    before, after = [line[:64] for line in ended.out.splitlines()[-3:-1]]
+    facts = json.loads(ended.out[ended.out.index("{"):ended.out.rindex("}") + 1])
+    first = facts["formats"][0]
+    older = first["runs"].pop()
+    assert (first, older["holds"], facts["version"]) == (
+        {"product": "Marbrel", "format": "VST3", "receipt": "whole", "digest": after, "tmp": False,
+         "bundles": {HD: "installed", LOW: "installed"}, "interrupted": "", "undo": run,
+         "before": before, "runs": [{"name": run, "holds": True}]}, False,
+        shop.tool("--version", program="repair").out.strip())
 
 
 def test_what_it_says_can_be_typed(shop):
-    told = sh(shop, "on 1; on 2; half; mv r it\\'s; repair --test-root it\\'s || :")
-    ended = sh(shop, told.out.rpartition("orvelline-")[2] + "mv it\\'s r; stands")
-    assert ended.out.endswith("\n111"), (told, ended)
+    ended = sh(shop, "on 1; on 2; half; mv r it\\'s; repair --test-root it\\'s || :")[0]
+    command = ended.out.splitlines()[-2].rpartition(": ")[2].replace("orvelline-", "")
+    assert sh(shop, f"{command}; mv it\\'s r; installed")[0].out.splitlines()[-2] == (
+        "hd=1 low=1 receipt=1")

@@ -1,19 +1,21 @@
 """Runs that fail or are killed at each of their calls, and what orvelline-repair makes of them."""
 
 import errno
+import json
 import re
 import shutil
 
 import pytest
-from harness import HD, LOW, RECEIPT
+from harness import HD, LOW
 
 pytestmark = pytest.mark.once
 CHANGES = "mkdir|rename|write|sendfile|copy_file_range|fchmod|open.* creates"
-# What is made again after an interruption: every such call but those that the library makes.
+# What a run repeats after an interruption: all such calls, except those that the library makes.
 AGAIN = "openat|read|write|fstatat|pipe|posix_spawn|waitpid"
-# What a run does, and whether the old package is installed before it.
+# The arguments of each run, and whether the old package is installed before it.
 RUNS = {"install": (["--package", "new"], False), "upgrade": (["--package", "new"], True),
         "removal": (["--package", "old", "--remove"], True)}
+WELL = "Nothing needs to be done"
 
 
 class Sweep:
@@ -25,9 +27,8 @@ class Sweep:
         studio.sh("ln -sf /bin/false lsof; mkdir r")  # nothing is loaded, in no time
         for version in "old", "new":
             studio.package(version, {f"{key}/MacOS/a": f"{key} {version}" for key in (HD, LOW)})
-        if installed:  # long ago, so that no time decides which calls a repair makes
-            studio.done("old").rename(self.root / "support/Backups/Marbrel-1")
-            studio.sh("find r -exec touch -d @1 {} +")
+        if installed:
+            studio.done("old")
         shutil.copytree(self.root, studio.place / "start")
         self.start = self.state()
         self.calls = self.run(LIST_CALLS=1).err.splitlines()
@@ -46,38 +47,46 @@ class Sweep:
         """What a user has: every bundle's files, the receipts and their .tmp files."""
         return {path: content for path, _, content in self.entries() if "Backups/" not in path}
 
-    def run(self, *arguments, program="installer", **faults):
+    def run(self, **faults):
+        return self.call("installer", self.arguments, faults)
+
+    def repair(self, *options, **faults):
+        return self.call("repair", options, faults)
+
+    def call(self, program, arguments, faults):
         """Runs a program; every file that was there must be there afterwards, wherever it is."""
         before = {entry[1:] for entry in self.entries()}
-        ended = self.studio.tool("--test-root", "r", *(arguments or self.arguments),
-                                 program=program, **self.studio.faulty(**faults))
+        ended = self.studio.tool("--test-root", "r", *arguments, program=program,
+                                 **self.studio.faulty(**faults))
         assert not before - {entry[1:] for entry in self.entries()}
         return ended
 
-    def repair(self, *options, **faults):
-        words = "--product Marbrel --format VST3".split()
-        return self.run(*words, *options, program="repair", **faults)
-
-    def again(self, damaged="", **faults):
-        """Runs once more from the start, and damages some files; gives how that ended."""
+    def again(self, **faults):
+        """Runs once more from the start; gives how that ended."""
         shutil.rmtree(self.root)
         shutil.copytree(self.studio.place / "start", self.root)
-        ended = self.run(**faults)
-        for file in self.root.glob(damaged or "none"):
-            file.write_text("damaged")
-        return ended
+        return self.run(**faults)
 
-    def look(self):
-        state = self.state()
-        well = state in (self.start, self.end) and f"support/{RECEIPT}.tmp" not in state
-        status, out, err = self.repair()
-        assert (status, "interrupted" in out, err) == (int(not well), not well, ""), out
+    def undoable(self):
+        """The run that can be undone, as the facts name it."""
+        return json.loads(self.repair("--json").out)["formats"][0]["undo"]
 
-    def back(self):
-        for _ in range(4):
-            if self.state() != self.start:
-                assert self.repair("--back").status in (0, 1)
-        assert self.state() == self.start
+    def obey(self):
+        """Does what the last line says until nothing needs to be done; gives what it said."""
+        said = []
+        while not said or said[-1] != WELL:
+            assert len(said) < 5, said
+            status, out, err = self.repair()
+            said.append(out.splitlines()[-1])
+            assert (status, err) == (0 if said[-1] == WELL else 1, ""), out
+            if "--undo" in said[-1]:
+                self.repair("--undo", said[-1].split()[-1])
+            elif said[-1].startswith("Move this file"):
+                file = self.studio.place / said[-1].rpartition(": ")[2]
+                file.rename(self.root / f"support/by hand {len(said)}")
+            elif said[-1] != WELL:
+                assert self.run().status == 0, said
+        return said
 
     def fails(self, passed=False, **fault):
         """Lets a call fail, which must undo the run, or may be passed over; gives what was said."""
@@ -88,8 +97,8 @@ class Sweep:
             lines = err.removeprefix("refused\n").count("\n")
             assert (status, out, lines) == (3, "", 1), (fault, err)
             assert self.start.items() <= self.state().items(), fault  # with a .tmp file, perhaps
-            self.look()
-            self.back()
+            self.obey()
+            assert self.state() == self.start, fault
         return err
 
 
@@ -125,24 +134,37 @@ def test_a_run_is_killed(sweep, tries):
         assert sweep.again(KILL_CALL=number).status == -9
         if tries == 2:  # the first of them is killed as well
             sweep.run(KILL_CALL=number)
-        if tries and sweep.state() == sweep.start:
-            continue  # the next try is as good as a first
         for _ in range(tries):
             sweep.run()
-        sweep.look()
-        sweep.back()
-        assert (sweep.run().status, sweep.state()) == (0, sweep.end), number
+        said = sweep.obey()
+        assert sweep.state() in (sweep.start, sweep.end), (sweep.calls[number - 1], said)
 
 
-@pytest.mark.parametrize("damaged", ["", "support/Backups/*/original/**/a"])
-def test_a_repair_is_killed(sweep, damaged):
+def test_an_undoing_is_killed_or_fails(sweep):
     for number in [0, *sweep.numbers(CHANGES)]:  # first, of a run that has finished
-        sweep.again(damaged, KILL_CALL=number)
-        if sweep.state() == sweep.start:
+        sweep.again(KILL_CALL=number)
+        run = sweep.undoable()
+        if not run:
             continue
-        calls = sweep.repair("--back", LIST_CALLS=1).err.splitlines()
+        calls = sweep.repair("--undo", run, LIST_CALLS=1).err.splitlines()
         for rename in (place for place, call in enumerate(calls, 1) if call.startswith("rename")):
-            sweep.again(damaged, KILL_CALL=number)
-            assert sweep.repair("--back", KILL_CALL=rename).status == -9
-            damaged or sweep.look()
-            assert (sweep.repair("--back").status, sweep.state()) == (0, sweep.start), number
+            for fault, status in ("KILL_CALL", -9), ("FAIL_CALL", 3):
+                sweep.again(KILL_CALL=number)
+                run = sweep.undoable()
+                assert sweep.repair("--undo", run, **{fault: rename}).status == status
+                assert sweep.repair("--undo", run).status == 0, (number, calls[rename - 1])
+                assert sweep.state() == sweep.start, (number, calls[rename - 1])
+                ended = sweep.repair("--undo", run)
+                assert ended.out.startswith(f"{run} has nothing to undo\n"), ended
+                assert sweep.state() == sweep.start, (number, calls[rename - 1])
+
+
+def test_a_call_of_a_look_fails(sweep):
+    sweep.again(KILL_CALL=sweep.numbers("rename")[-1])
+    well = sweep.repair("--json")
+    for number, call in enumerate(sweep.repair("--json", LIST_CALLS=1).err.splitlines(), 1):
+        ended = sweep.repair("--json", FAIL_CALL=number)
+        if call.startswith(("close", "write")):
+            assert ended == well, call
+        else:
+            assert (ended.status, ended.out, ended.err.count("\n")) == (3, "", 1), (call, ended)

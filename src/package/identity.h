@@ -14,16 +14,22 @@ using BundleKey = std::string;
 
 inline constexpr std::array<std::string_view, 2> products = {"Marbrel", "Quellotrone"};
 inline constexpr std::array<std::string_view, 2> formats = {"VST3", "Components"};
+inline constexpr std::array<std::string_view, 6> bundleNames = {
+    "MarbrelHD.vst3",        "MarbrelLowCPU.vst3",        "Quellotrone.vst3",
+    "MarbrelHDAU.component", "MarbrelLowCPUAU.component", "QuellotroneAU.component",
+};
+
+// Takes a bundle's name and a format, both known, and gives whether they belong together.
+bool isOfFormat(std::string_view name, std::string_view format);
+
+// Takes a known bundle, by its key or its name, and a product, and gives whether it is of that
+// product.
+bool isOfProduct(std::string_view key, std::string_view product);
 
 // Takes the package's manifest and gives the bundles that it names.
 // Fails with "Missing bundle", "Unexpected format", "Unexpected bundle identity" or
 // "Format mismatch", for the first entry in key order that breaks a rule.
 std::set<BundleKey> bundlesOf(const Manifest& manifest);
-
-// Take the name of a product, or of a format, and return if the system knows it.
-// Fail with "Unknown product" and "Unexpected format".
-void checkProduct(const std::string& product);
-void checkFormat(const std::string& format);
 
 // Takes the package directory and gives its product, the first line of PRODUCT.txt.
 // Fails with "Unknown product".
@@ -36,6 +42,3 @@ void checkOneProduct(const std::set<BundleKey>& bundles, const std::string& prod
 // Takes the package's bundles and gives their one format, "VST3" or "Components".
 // Fails with "Use one format per package".
 std::string oneFormat(const std::set<BundleKey>& bundles);
-
-// Takes a product and a format and gives every bundle of them that the system knows.
-std::set<BundleKey> knownBundles(const std::string& product, const std::string& format);

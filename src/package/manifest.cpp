@@ -28,33 +28,41 @@ static void addLine(Manifest& manifest, const std::string& line) {
         throw std::runtime_error("Duplicate manifest entry");
 }
 
+// Takes what follows in the file. What is left of a line stays in `line`.
+static void addText(Manifest& manifest, std::string& line, std::string_view text) {
+    for (std::size_t end; (end = text.find('\n')) != std::string_view::npos;
+         text.remove_prefix(end + 1)) {
+        addLine(manifest, line.append(text.substr(0, end)));
+        line.clear();
+    }
+    line.append(text);
+    // A line without an end, such as a device gives, is refused before it fills the memory.
+    if (line.size() > keyOffset) checkHead(line);
+}
+
+static void addLast(Manifest& manifest, const std::string& line) {
+    if (!line.empty()) addLine(manifest, line);
+    if (manifest.empty()) throw std::runtime_error("Empty manifest");
+}
+
 Manifest read(const std::filesystem::path& file) {
     Manifest manifest;
     std::string line;
-    const ReadEnd end = readFile(file, [&](std::string_view rest) {
-        for (std::size_t end; (end = rest.find('\n')) != std::string_view::npos;
-             rest.remove_prefix(end + 1)) {
-            addLine(manifest, line.append(rest.substr(0, end)));
-            line.clear();
-        }
-        line.append(rest);
-        // A line without an end, such as a device gives, is refused before it fills the memory.
-        if (line.size() > keyOffset) checkHead(line);
+    const ReadEnd end = readFile(file, [&](std::string_view block) {
+        addText(manifest, line, block);
         return true;
     });
     if (end == ReadEnd::notOpened) throw std::runtime_error("Manifest missing: " + file.string());
-    if (!line.empty()) addLine(manifest, line);
-    if (manifest.empty()) throw std::runtime_error("Empty manifest");
+    addLast(manifest, line);
     return manifest;
 }
 
-Manifest readOrEmpty(Manifest reader(const std::filesystem::path&),
-                     const std::filesystem::path& path) {
-    try {
-        return reader(path);
-    } catch (const std::runtime_error&) {
-        return {};
-    }
+Manifest parse(std::string_view text) {
+    Manifest manifest;
+    std::string line;
+    addText(manifest, line, text);
+    addLast(manifest, line);
+    return manifest;
 }
 
 std::string asLines(const Manifest& manifest) {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <string_view>
 
 // What a set of files must be: the relative path of each file and the SHA-256 of its bytes as 64
 // lower-case hexadecimal characters, ascending by unsigned bytes of the path. Two manifests are
@@ -16,11 +17,9 @@ using Manifest = std::map<std::string, std::string>;
 // "Empty manifest".
 Manifest read(const std::filesystem::path& file);
 
-// Takes a reader of a manifest, such as `read`, and the path to read. Gives the manifest, or an
-// empty one when the reader fails with a runtime error, the system's own or the file system's.
-// Other failures, such as a lack of memory, pass through.
-Manifest readOrEmpty(Manifest reader(const std::filesystem::path&),
-                     const std::filesystem::path& path);
+// Takes the content of such a file and gives the manifest in it. Fails like `read`, except that no
+// file can be missing.
+Manifest parse(std::string_view text);
 
 // Takes a manifest and gives the file content that `read` takes back: one line for each entry,
 // in order.

@@ -4,7 +4,6 @@
 
 #include <array>
 #include <stdexcept>
-#include <string_view>
 
 #include "package/safe.h"
 #include "platform/file.h"
@@ -12,14 +11,23 @@
 
 using std::filesystem::file_type;
 
-static std::string hexadecimal(const unsigned char* bytes, std::size_t size) {
+static std::string finish(CC_SHA256_CTX& context) {
+    std::array<unsigned char, CC_SHA256_DIGEST_LENGTH> bytes;
+    CC_SHA256_Final(bytes.data(), &context);
     std::string digits;
-    digits.reserve(2 * size);
-    for (std::size_t i = 0; i < size; ++i) {
-        digits += "0123456789abcdef"[bytes[i] >> 4];
-        digits += "0123456789abcdef"[bytes[i] & 15];
+    digits.reserve(2 * bytes.size());
+    for (const unsigned char byte : bytes) {
+        digits += "0123456789abcdef"[byte >> 4];
+        digits += "0123456789abcdef"[byte & 15];
     }
     return digits;
+}
+
+std::string digest(std::string_view bytes) {
+    CC_SHA256_CTX context;
+    CC_SHA256_Init(&context);
+    CC_SHA256_Update(&context, bytes.data(), static_cast<CC_LONG>(bytes.size()));
+    return finish(context);
 }
 
 static std::string digest(const Entry& entry) {
@@ -32,9 +40,7 @@ static std::string digest(const Entry& entry) {
     const ReadEnd end = readFile(entry.directory, entry.name.c_str(), update);
     if (end == ReadEnd::notOpened) throw std::runtime_error("Cannot read " + entry.path);
     if (end == ReadEnd::brokenOff) throw std::runtime_error("Read failed");
-    std::array<unsigned char, CC_SHA256_DIGEST_LENGTH> bytes;
-    CC_SHA256_Final(bytes.data(), &context);
-    return hexadecimal(bytes.data(), bytes.size());
+    return finish(context);
 }
 
 Manifest tree(const std::filesystem::path& root) {

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "package/manifest.h"
 
@@ -15,3 +16,6 @@ Manifest tree(const std::filesystem::path& root);
 // Takes a manifest of many bundles and the key of one, and gives the entries of that bundle, with
 // keys relative to its root; possibly none. It has no failure of its own.
 Manifest sub(const Manifest& manifest, const std::string& key);
+
+// Takes the content of a small file, and gives its SHA-256 as a manifest has it.
+std::string digest(std::string_view bytes);

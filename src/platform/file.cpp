@@ -1,12 +1,10 @@
 #include "platform/file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <system_error>
 
 #include "platform/again.h"
 
@@ -59,22 +57,4 @@ bool writeAll(int descriptor, std::string_view text) {
 
 bool closeFile(int descriptor) {
     return ::close(descriptor) == 0;
-}
-
-void checkRename(const std::filesystem::path& path, const std::filesystem::path& directory) {
-    struct stat one;
-    struct stat other;
-    const std::filesystem::path parent = path.parent_path();
-    int reason = EXDEV;
-    if (again([&] { return ::stat(path.c_str(), &one); }) != 0 ||
-        again([&] { return ::stat(directory.c_str(), &other); }) != 0 ||
-        again([&] { return ::access(parent.c_str(), W_OK | X_OK); }) != 0 ||
-        again([&] { return ::access(directory.c_str(), W_OK | X_OK); }) != 0 ||
-        (S_ISDIR(one.st_mode) && again([&] { return ::access(path.c_str(), W_OK); }) != 0)) {
-        reason = errno;
-    } else if (one.st_dev == other.st_dev) {
-        return;
-    }
-    throw std::filesystem::filesystem_error("cannot rename", path, directory,
-                                            std::error_code(reason, std::generic_category()));
 }

@@ -38,8 +38,3 @@ bool writeAll(int descriptor, std::string_view text);
 
 // Takes a descriptor and closes it. Gives whether that worked.
 bool closeFile(int descriptor);
-
-// Takes a path and an existing directory, and returns if the path can be renamed into the
-// directory: both lie on one file system, and may be written to where a rename writes, which is in
-// a renamed directory as well. Fails in the library's words.
-void checkRename(const std::filesystem::path& path, const std::filesystem::path& directory);
