@@ -1,11 +1,10 @@
 """The command line, and every refusal up to the end of the verification."""
 
-import re
 import resource
 import shlex
 
 import pytest
-from harness import HD, INSTALLED, RECEIPT, disk, files, lines, table, write
+from harness import HD, INSTALLED, RECEIPT, disk, files, table
 
 ONE = {f"{HD}/a": "one"}
 
@@ -39,44 +38,37 @@ def test_command_line(studio, command, message):
     assert studio.sh(f"{tool}; {command}") == studio.ends(message)
 
 
-# A rule, what is said when it is broken, and lines or paths that break it; H64 is 64 digits.
-@pytest.mark.parametrize("message, line", table(r"""
-a line is a digest, two spaces and a path | Malformed manifest |
-    H0\n or H64\x20\x20 or H64 *a or H64\t a or H9
-a digest has 64 lower-case digits | Invalid hash | H63A  /a or H63g  /a or H63   /a
-a path is relative | Absolute manifest path refused | /a or //a or / or /../a
-a path has no dots for a name | Unsafe manifest path |
-    . or .. or ./a or a/./b or a/../b or a/.. or a/../
-a path is listed once | Duplicate manifest entry | VST3/MarbrelHD.vst3/a
-a path has two parts | Missing bundle | VST3 or PRODUCT.txt
-a path begins with a format | Unexpected format | x/ or vst3/MarbrelHD.vst3/a
-a bundle is known | Unexpected bundle identity |
-    VST3/ or VST3/marbrelHD.vst3/a or VST3/MarbrelHD.vst3x/a
-a bundle has one format | Format mismatch |
-    VST3/MarbrelHDAU.component/a or Components/MarbrelHD.vst3/a
-all bundles are of one product | Mixed product package refused | VST3/Quellotrone.vst3/a
-all bundles have one format | Use one format per package | Components/MarbrelHDAU.component/a
-all bundles are in the payload | Bundle missing: {}/p/payload/{LOW} | VST3//MarbrelLowCPU.vst3/a
-all files are in the payload | Package checksum mismatch: {HD} |
-    VST3/MarbrelHD.vst3/ or VST3/MarbrelHD.vst3//a or VST3/MarbrelHD.vst3/a/
-not refused: a bundle, and two slashes | | VST3/MarbrelHD.vst3 or VST3//MarbrelHD.vst3/a
-"""))
-def test_manifest(studio, message, line):
-    text = line if line.startswith("H") else f"H64  {line}"
-    text = re.sub(r"H(\d+)", lambda digits: int(digits[1]) * "a", text)
-    text = lines(ONE) + text.encode().decode("unicode_escape")
-    write(studio.package("p", ONE) / "CONTENTS.sha256", text)
-    assert studio.tool("--package", "p", "--dry-run") == studio.ends(message)
-    assert disk(studio.place / "home") == {}
+# What the pieces of shell know: the manifest and how to add a line or a path to it, the product's
+# file, the receipt, and of the first bundle the new and the installed version.
+WORDS = f"""list=p/CONTENTS.sha256 product=p/PRODUCT.txt receipt=r/support/{RECEIPT}
+new=p/payload/{HD} old=r/plugins/{HD} digest=$(printf %064d)
+line() {{ printf "$1\\n" >>$list; }}
+path() {{ line "$digest  $1"; }}
+"""
 
 
-# A rule, what is said when it is broken, and changes that break it. They know the manifest, the
-# product's file, the receipt, and the new and the installed version of the first bundle.
+# A rule, what is said when it is broken, and what breaks it.
 @pytest.mark.parametrize("message, change", table(r"""
 a manifest is a file with a line | Empty manifest | rm $list; mkdir $list or
     rm -r r/plugins; : >$receipt or : >$receipt; echo >$new/x
+a line is a digest, two spaces and a path | Malformed manifest |
+    line '' or line "$digest  " or line "$digest *a" or line "$digest\t a" or printf 01 >>$list
+a digest has 64 lower-case digits | Invalid hash |
+    line "${digest%0}A  /a" or line "${digest%0}g  /a" or line "${digest%0}   /a"
+a path is relative | Absolute manifest path refused | path /a or path //a or path / or path /../a
+a path has no dots for a name | Unsafe manifest path | path . or path .. or path ./a or
+    path a/./b or path a/../b or path a/.. or path a/../
+a path is listed once | Duplicate manifest entry | path VST3/MarbrelHD.vst3/b
+a path has two parts | Missing bundle | path VST3 or path PRODUCT.txt
+a path begins with a format | Unexpected format | path x/ or path vst3/MarbrelHD.vst3/a
+a bundle is known | Unexpected bundle identity |
+    path VST3/ or path VST3/marbrelHD.vst3/a or path VST3/MarbrelHD.vst3x/a
+a bundle has one format | Format mismatch |
+    path VST3/MarbrelHDAU.component/a or path Components/MarbrelHD.vst3/a
 a product is known | Unknown product | rm $product or printf '\nMarbrel\n' >$product or
     printf 'Marbrel\r\n' >$product or printf 'Marbrel%99s' x >$product
+all bundles are of one product | Mixed product package refused | path VST3/Quellotrone.vst3/a
+all bundles have one format | Use one format per package | path Components/MarbrelHDAU.component/a
 the payload is behind no link | Symlink path refused: {}/p/payload/VST3 |
     mv p/payload/VST3 x; ln -s ../../x p/payload/VST3
 an installed bundle is no link | Symlink path refused: {}/r/plugins/{HD} |
@@ -89,21 +81,23 @@ a bundle in the payload is a directory | Bundle missing: {}/p/payload/{HD} |
 an installed bundle is a directory | Bundle missing: {}/r/plugins/{HD} | rm -r $old; echo >$old
 a bundle has a file | Empty bundle refused | rm -r $new; mkdir -p $new/b/c or rm -r $old; mkdir $old
 a bundle has no link | Symlink member refused | ln -s a $new/MacOS/x or ln -s no $old/x
-the payload is as listed | Package checksum mismatch: {HD} |
+the payload is as listed | Package checksum mismatch: {HD} | path VST3/MarbrelHD.vst3/ or
+    path VST3/MarbrelHD.vst3//a or path VST3/MarbrelHD.vst3/b/ or
     echo x >$new/b or mv $new/b $new/c or echo >$new/.more
 an installed bundle is the receipt's | Unknown or modified plugin preserved: {}/r/plugins/{HD} |
     echo x >$old/b or echo >$old/x or rm $old/b or rm $receipt; echo x >$old/b
 the first bundle counts before the second | {LOADED} |
     echo >${new%HD*}LowCPU.vst3/x; ln -sf /bin/true lsof
-not refused: other things | | mkdir $new/c $old/c or mkfifo $new/f $old/f or rm $receipt or
-    echo >$receipt.tmp or rm -r r/plugins/VST3; echo >r/plugins/VST3 or
+not refused: what is no file | | mkdir $new/c $old/c or mkfifo $new/f $old/f or
+    path VST3/MarbrelHD.vst3 or path VST3//MarbrelHD.vst3/a
+not refused: what is missing or too much | | rm $receipt or echo >$receipt.tmp or
+    rm -r r/plugins/VST3; echo >r/plugins/VST3 or
     printf Marbrel >$product or printf 'Marbrel\n%99s' x >$product
 """))
-def test_preflight_changes_nothing(studio, message, change):
+def test_verification_changes_nothing(studio, message, change):
     studio.package("p", files(1))
     studio.done("p")
-    assert studio.sh(f"list=p/CONTENTS.sha256 product=p/PRODUCT.txt receipt=r/support/{RECEIPT} "
-                     f"new=p/payload/{HD} old=r/plugins/{HD}; {change}") == (0, "", "")
+    assert studio.sh(WORDS + change).status == 0
     before = disk(studio.place / "r")
     for options in [["--remove"], []] if message else [["--dry-run"], ["--dry-run", "--remove"]]:
         assert studio.on("p", *options) == studio.ends(message)
