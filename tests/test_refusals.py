@@ -75,7 +75,7 @@ an installed bundle is no link | Symlink path refused: {}/r/plugins/{HD} |
     rm -r $old; ln -s no $old or mv $old x; ln -s ../../../x $old
 a receipt is no link | Symlink path refused: {}/r/support/{RECEIPT} | ln -sf no $receipt
 the runs are behind no link | Symlink path refused: {}/r/support/Backups |
-    mv r/support/Backups x; ln -s ../../x r/support/Backups
+    mv r/support/Backups r/x; ln -s ../x r/support/Backups
 a bundle in the payload is a directory | Bundle missing: {}/p/payload/{HD} |
     rm -r $new or rm -r $new; echo >$new
 an installed bundle is a directory | Bundle missing: {}/r/plugins/{HD} | rm -r $old; echo >$old
