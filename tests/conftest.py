@@ -1,16 +1,33 @@
-"""The options of a test run, the directory that each test gets, and the line that counts."""
+"""The options of a test run, the directory that each test gets, and what a red test says."""
 
 import os
+import shutil
 import tempfile
 from pathlib import Path
 
 import pytest
-from harness import ROOT, Studio, files
+from harness import ROOT, Ended, Studio, differences, files
+
+AROUND = ["test_documents", "test_fleet", "test_packager", "test_packages", "test_release"]
+if "PYTEST_XDIST_WORKER" in os.environ:
+    os.environ["CI"] = "1"  # pytest then prints each difference in full
 
 
 def pytest_addoption(parser):
     parser.addoption("--build", default=str(ROOT / "build/release"), help="what is tested")
     parser.addoption("--emulator", default="", help="the command that runs the built programs")
+
+
+def pytest_collection_modifyitems(items):
+    """The tests of the programs come first, so that -x stops at the nearest cause."""
+    items.sort(key=lambda item: item.path.stem in AROUND)
+
+
+def pytest_assertrepr_compare(op, left, right):
+    if op == "==" and isinstance(left, Ended):
+        left, right = left._asdict(), dict(zip(Ended._fields, right))
+    if op == "==" and isinstance(left, dict):
+        return differences(right, left)
 
 
 def pytest_terminal_summary(terminalreporter):
@@ -21,10 +38,17 @@ def pytest_terminal_summary(terminalreporter):
 
 @pytest.fixture
 def studio(request):
-    """A directory of the test's own, on a path without links."""
-    with tempfile.TemporaryDirectory(dir=os.path.realpath(tempfile.gettempdir())) as place:
-        yield Studio(Path(place), os.path.abspath(request.config.getoption("--build")),
-                     request.config.getoption("--emulator").split())
+    """A directory of the test's own, on a path without links. It is kept if the test fails."""
+    before = request.session.testsfailed
+    place = Path(tempfile.mkdtemp(dir=os.path.realpath(tempfile.gettempdir())))
+    studio = Studio(place, os.path.abspath(request.config.getoption("--build")),
+                    request.config.getoption("--emulator").split())
+    yield studio
+    if request.session.testsfailed > before:
+        print(f"kept: {place}", *studio.told, sep="\n")  # pytest adds it to the report
+    else:
+        studio.sh("chmod -R u+rwx .")
+        shutil.rmtree(place)
 
 
 @pytest.fixture

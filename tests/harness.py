@@ -2,9 +2,14 @@
 
 import hashlib
 import os
+import re
+import shlex
 import subprocess
+from collections import deque
 from pathlib import Path
 from typing import NamedTuple
+
+import pytest
 
 ROOT = Path(__file__).resolve().parent.parent
 # Nothing of the caller's: no variable of theirs may decide how a test ends.
@@ -15,6 +20,10 @@ READY = (0, "READY: verified package; no files changed\n", "")
 INSTALLED, REMOVED = "INSTALLED; rollback backup: ", "REMOVED to backup: "
 LIBRARY = "filesystem error"
 LOADED = "Plugin is loaded or load check unavailable; save/close hosts first"
+# The moments of a run at which it asks lsof about its first and its second installed bundle: a
+# pattern for the path, and how often it was asked about.
+MOMENTS = {"PREFLIGHT_1": f"*{HD}/*:1", "PREFLIGHT_2": f"*{LOW}/*:1",
+           "COMMIT_1": f"*{HD}/*:2", "COMMIT_2": f"*{LOW}/*:2"}
 
 
 class Ended(NamedTuple):
@@ -30,9 +39,12 @@ def failed(message):
     return 3, "", f"{message}\n"
 
 
-def rows(table):
-    """The rows of a table that names for each outcome what leads to it."""
-    return [(outcome, cause) for outcome, causes in table.items() for cause in causes]
+def table(text):
+    """The rows of a table for parametrize. A row begins with a sentence, the name of its test, and
+    goes on in indented lines; if its last cell has several values, with "or", each makes a test."""
+    cells = [re.split(r"\s*\|\s*", row) for row in re.split(r"\n(?=\S)", text.strip())]
+    return [pytest.param(*row, value, id=sentence) for sentence, *row, values in cells
+            for value in re.split(r"\sor\s+", values)]
 
 
 def disk(root):
@@ -40,6 +52,12 @@ def disk(root):
     return {str(path.relative_to(root)): f"link to {os.readlink(path)}" if path.is_symlink() else
             path.read_bytes() if path.is_file() else
             "directory" if path.is_dir() else "special" for path in Path(root).rglob("*")}
+
+
+def differences(before, after):
+    """A line for each path that differs, given the entry of each path before and after."""
+    return [f"{path}: {after.get(path, 'nothing')!r:.999}, not {before.get(path, 'nothing')!r:.999}"
+            for path in sorted({*before, *after}) if before.get(path) != after.get(path)]
 
 
 def lines(files):
@@ -66,6 +84,7 @@ class Studio:
     def __init__(self, place, build, emulator):
         self.place, self.build, self.emulator = place, build, emulator
         self.plugins, self.support = place / "r/plugins", place / "r/support"
+        self.told = deque(maxlen=3)  # the last commands, for the report of a red test
         (place / "home").mkdir()
         self.lsof()
 
@@ -77,10 +96,11 @@ class Studio:
         return write(self.place / name / "PRODUCT.txt", f"{product}\n").parent
 
     def lsof(self, calls={}):
-        """Makes the stand-in for lsof. Its n-th call runs calls[n] in sh, or says "not loaded"."""
-        cases = "\n".join(f"{number}) {piece} ;;" for number, piece in calls.items())
-        write(self.place / "lsof", '#!/bin/sh\necho "$*" >>calls\ncase $(($(wc -l <calls))) in\n'
-              f"{cases}\nesac\nexit 1\n").chmod(0o755)
+        """Makes the stand-in for lsof, which says "not loaded" or does what `calls` has for its
+        moment, a name in MOMENTS or a pattern as there."""
+        cases = "\n".join(f"{MOMENTS.get(name, name)}) {code} ;;" for name, code in calls.items())
+        write(self.place / "lsof", '#!/bin/sh\necho "$*" >>calls\n'
+              f'case $2:$(grep -cxFe "$*" calls) in\n{cases}\nesac\nexit 1\n').chmod(0o755)
         write(self.place / "calls", "").chmod(0o666)
 
     def run(self, *command, environment={}, **more):
@@ -89,6 +109,8 @@ class Studio:
             "cwd": self.place, "stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE,
             "stderr": subprocess.PIPE, "text": True, "errors": "surrogateescape", "timeout": 60,
             "env": ENVIRONMENT | {"HOME": f"{self.place}/home"} | environment} | more)
+        self.told.append(f"{environment or '$'} {shlex.join(map(str, command))}\n{ended.stdout}"
+                         f"{ended.stderr}status {ended.returncode}")
         library = (ended.stderr or "").startswith(LIBRARY)
         return Ended(ended.returncode, ended.stdout, f"{LIBRARY}\n" if library else ended.stderr)
 
@@ -104,12 +126,12 @@ class Studio:
         """Runs the installer on a package, with "r" as test root."""
         return self.tool("--package", package, "--test-root", "r", *options, **more)
 
-    def done(self, package, *options):
-        """Runs the installer to a good end; gives the transaction directory that it names."""
-        status, out, err = self.on(package, *options)
-        head, _, name = out.partition(f"{self.support}/Backups/")
-        assert (status, head, name[-1:], err) == (0, REMOVED if options else INSTALLED, "\n", "")
-        return self.support / "Backups" / name[:-1]
+    def done(self, package, *options, **more):
+        """Runs the installer to a good end; gives the run's directory, which it names."""
+        ended = self.on(package, *options, **more)
+        run = self.support / "Backups" / ended.out[:-1].rpartition("/")[2]
+        assert ended == (0, f"{REMOVED if options else INSTALLED}{run}\n", "")
+        return run
 
     def faulty(self, **variables):
         """What more a run takes to have faults in its calls, as tests/faults.cpp knows them."""
@@ -117,8 +139,9 @@ class Studio:
                 {"LD_LIBRARY_PATH": f"{self.build}/tests", "LD_PRELOAD": "libfaults.so"}}
 
     def ends(self, message):
-        """The end of a run that fails with this, "{}" being our place; without, of a dry run."""
-        return failed(message.format(self.place)) if message else READY
+        """How a run ends that fails with this, "{}" being our place; without, a dry run."""
+        words = {"HD": HD, "LOW": LOW, "RECEIPT": RECEIPT, "LOADED": LOADED}
+        return failed(message.format(self.place, **words)) if message else READY
 
     def sh(self, code, **more):
         """Runs a piece of shell that stops at the first command that fails."""

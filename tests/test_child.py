@@ -1,31 +1,41 @@
 """The load check's child and the signals, in the surroundings that a run may be started in."""
 
-import os
+import shlex
 import signal
 
 import pytest
-from harness import INSTALLED, LOADED, RECEIPT, disk, failed, files, lines
+from harness import LOADED, RECEIPT, disk, failed, files, lines, table
 
 
-@pytest.mark.parametrize("prepare", [
-    lambda: os.close(0), lambda: os.close(1), lambda: os.close(2), lambda: os.closerange(0, 3),
-    lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN)])
-def test_holds_in_any_surroundings(installed, prepare):
-    installed.lsof({1: "echo >&2; exit 1", 2: "echo; head -c 200000 /dev/zero; exit 1"})
-    assert installed.on("2", preexec_fn=prepare).status == 3
-    assert installed.on("2", preexec_fn=prepare).status == 0
+@pytest.mark.parametrize("prepare", table("""
+standard input is closed | exec <&-
+standard output is closed | exec >&-
+standard error is closed | exec 2>&-
+all three are closed | exec <&- >&- 2>&-
+the ends of children are ignored | trap '' CHLD
+"""))
+def test_an_upgrade_in_odd_surroundings(installed, prepare):
+    before = disk(installed.place / "r")
+    upgrade = f"{prepare}; {shlex.join(installed.command())} --package 2 --test-root r"
+    installed.lsof({"PREFLIGHT_1": "echo >&2; exit 1"})
+    assert installed.sh(upgrade).status == 3
+    assert disk(installed.place / "r") == before
+    installed.lsof({"PREFLIGHT_2": "echo; head -c 200000 /dev/zero; exit 1"})
+    assert installed.sh(upgrade).status == 0
+    assert disk(installed.plugins) == disk(installed.place / "2/payload")
     assert (installed.support / RECEIPT).read_text() == lines(files(2))
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT])
-def test_signals_end_a_run_before_the_commit_and_wait_during_it(installed, number):
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT],
+                         ids=lambda number: number.name)
+def test_a_signal_ends_a_run_before_the_commit_and_waits_during_it(installed, number):
     # Tests that run in the background may have been started with it ignored.
     default = {"preexec_fn": lambda: signal.signal(number, signal.SIG_DFL)}
-    installed.lsof({2: f"kill -{number:d} $PPID"})
-    assert installed.on("2", **default).status == -number
-    installed.lsof({3: f"kill -{number:d} $PPID"})
-    assert installed.on("2", **default)[1].startswith(INSTALLED)
+    installed.lsof({"PREFLIGHT_2": f"kill -{number:d} $PPID"})
+    assert installed.on("2", **default) == (-number, "", "")
+    installed.lsof({"COMMIT_1": f"kill -{number:d} $PPID"})
+    installed.done("2", **default)
     # One that ends a hanging check as well rolls the run back.
-    installed.lsof({4: f"kill -{number:d} $PPID $$"})
+    installed.lsof({"COMMIT_2": f"kill -{number:d} $PPID $$"})
     assert installed.on("1", **default) == failed(LOADED)
     assert disk(installed.plugins) == disk(installed.place / "2/payload")

@@ -1,67 +1,92 @@
-"""Runs that go wrong between preflight and their end. The stand-in for lsof, asked once for each
-bundle in preflight and once in the commit, changes the disk at exactly these moments."""
+"""Runs in which something changes between preflight and their end, and what they roll back."""
 
 import resource
 
 import pytest
-from harness import HD, LIBRARY, LOADED, LOW, RECEIPT, disk, files, lines
+from harness import HD, LIBRARY, LOW, RECEIPT, disk, files, lines, table
 
-STALE = "Stale transaction receipt preserved; contact support"
-MISMATCH = "Installed readback mismatch"
-LINK = f"Symlink path refused: {{}}/r/support/{RECEIPT}.tmp"
-GONE = "mv $plugins/$Low gone"
-LINK_IN_USE = "printf '#!/bin/sh\ncase $2 in */x) exit 0; esac; exit 1' >lsof"
-# What the pieces of shell need: the transaction directory and an area of it, and the bundles.
-WORDS = f"""t=$(echo r/support/Backups/*); t=${{t##* }} staged=$t/staged plugins=r/plugins
-payload=2/payload receipt=r/support/{RECEIPT} HD={HD} Low={LOW}; """
+# What the pieces of shell know: the run's directory, a bundle that it has staged, and of the second
+# bundle the new and the installed version.
+WORDS = f"""run=$(echo r/support/Backups/*); run=${{run##* }} staged=$run/staged/{LOW}
+new=2/payload/{LOW} old=r/plugins/{LOW} receipt=r/support/{RECEIPT}; """
 
 
-def last(studio, area):
-    """What stands in an area of the last run's transaction directory: the bundles there."""
-    place = max(studio.support.glob("Backups/*")) / area
-    return [key for key in (HD, LOW) if (place / key).exists()]
+def change(studio, when):
+    """Has a piece of shell run at a moment of the next run. A file "x" is then in use."""
+    moment, code = when.split(": ", 1)
+    studio.lsof({moment.split()[0]: WORDS + code, "*/x:1": "exit 0"})
 
 
-@pytest.mark.parametrize("changes, options, message, failed, staged", [
-    # Before the commit region: the backup and the staged copy.
-    ({2: "echo >$plugins/$Low/x"}, ["--remove"], "Backup verification failed", [], []),
-    ({2: "echo >$payload/$Low/x"}, [], "Stage verification failed", [], [HD, LOW]),
-    ({2: "mkfifo $payload/$Low/x"}, [], LIBRARY, [], [HD, LOW]),
-    # Inside: each step of each bundle. A link to a file is asked about under its own name.
-    ({3: f"ln -s a $plugins/$Low/MacOS/x; {LINK_IN_USE}"}, [], LOADED, [HD], [LOW]),
-    ({4: "exit 0"}, ["--remove"], LOADED, [], []),
-    ({4: "echo >$plugins/$Low/x"}, [], "Plugin changed during transaction", [HD], [LOW]),
-    ({3: "echo >$staged/$HD/x"}, [], MISMATCH, [HD], [LOW]),
-    ({4: "echo >$receipt.tmp"}, [], STALE, [HD, LOW], []),
-    ({4: "ln -s no $receipt.tmp"}, [], LINK, [HD, LOW], []),
-    # What stands at the receipt's path is never replaced.
-    ({4: "echo >$t/previous-receipt.sha256; exit 0"}, [], LOADED, [HD], [LOW]),
-    # The second bundle was not installed.
-    ({1: GONE, 2: "mkdir $plugins/$Low"}, [], "New destination appeared", [HD], [LOW]),
-    ({1: GONE, 2: "mkdir $plugins/$Low"}, ["--remove"], "New destination appeared", [], []),
-    ({1: GONE, 2: "echo >$staged/$Low/x"}, [], MISMATCH, [HD, LOW], []),
-])
-def test_puts_back_what_stood_there(installed, changes, options, message, failed, staged):
+def kept(studio):
+    """The bundles in the areas of the last run's directory, such as "failed=HD staged=LOW"."""
+    run = max(studio.support.glob("Backups/*"))
+    return " ".join(f"{area}={name}" for area in ("original", "failed", "staged")
+                    for name, key in (("HD", HD), ("LOW", LOW)) if (run / area / key).exists())
+
+
+# What happens; when, by which piece of shell; what the run says; and which bundles it has kept.
+@pytest.mark.parametrize("when, message, left", table("""
+a bundle changes early | PREFLIGHT_2 of a removal: >$old/x | Backup verification failed |
+a payload changes | PREFLIGHT_2: >$new/x | Stage verification failed | staged=HD staged=LOW
+a pipe cannot be copied | PREFLIGHT_2: mkfifo $new/x | filesystem error | staged=HD staged=LOW
+a link leads to a file in use | COMMIT_1: ln -s a $old/MacOS/x | {LOADED} | failed=HD staged=LOW
+a loop is in MacOS | COMMIT_1: ln -s x $old/MacOS/x | filesystem error | failed=HD staged=LOW
+a loop is elsewhere | COMMIT_1: ln -s x $old/x | filesystem error | failed=HD staged=LOW
+a bundle is loaded | COMMIT_2 of a removal: exit 0 | {LOADED} |
+a bundle changes | COMMIT_2: >$old/x | Plugin changed during transaction | failed=HD staged=LOW
+a staged bundle changes | COMMIT_2: >$staged/x | Installed readback mismatch | failed=HD failed=LOW
+a staged new bundle changes | COMMIT_1 without LOW: >$staged/x | Installed readback mismatch |
+    failed=HD failed=LOW
+a bundle appears where one is to be | COMMIT_1 without LOW: mkdir $old | New destination appeared |
+    failed=HD staged=LOW
+a bundle appears where none was | COMMIT_1 of a removal without LOW: mkdir $old |
+    New destination appeared |
+a .tmp receipt appears | COMMIT_2: >$receipt.tmp |
+    Stale transaction receipt preserved; contact support | failed=HD failed=LOW
+a .tmp receipt is a dangling link | COMMIT_2: ln -s no $receipt.tmp |
+    Symlink path refused: {}/r/support/{RECEIPT}.tmp | failed=HD failed=LOW
+a receipt in place stays | COMMIT_2: >$run/previous-receipt.sha256; exit 0 | {LOADED} |
+    failed=HD staged=LOW
+a dangling link gives way to the previous receipt |
+    COMMIT_2: mv $receipt $run/previous-receipt.sha256; ln -s no $receipt; exit 0 | {LOADED} |
+    failed=HD staged=LOW
+"""))
+def test_rolls_back(installed, when, message, left):
+    if "without LOW" in when:
+        (installed.plugins / LOW).rename(installed.place / "gone")
     before = disk(installed.plugins)
-    installed.lsof({call: WORDS + change for call, change in changes.items()})
+    change(installed, when)
+    options = ["--remove"] if "removal" in when else []
     assert installed.on("2", *options) == installed.ends(message)
-    if GONE in changes.values():  # nothing, or an empty directory, is in its place
-        (installed.place / "gone").rename(installed.plugins / LOW)
     after = disk(installed.plugins)
-    assert {path: entry for path, entry in after.items() if path[-2:] != "/x"} == before
-    assert (installed.support / RECEIPT).read_text() == lines(files(1))
-    assert [last(installed, area) for area in ("original", "failed", "staged")] == [
-        [], failed, staged]
+    assert {path: entry for path, entry in after.items() if path in before} == before
+    assert disk(installed.support)[RECEIPT] == lines(files(1)).encode()
+    assert kept(installed) == left
+
+
+@pytest.mark.parametrize("when, left", table("""
+a payload's file becomes a link to an equal one | PREFLIGHT_2: mv $new/b x; ln -s $PWD/x $new/b |
+    original previous-receipt.sha256 staged verified-backup
+a dangling link takes the receipt's place | COMMIT_1: mv $receipt x; ln -s none $receipt |
+    original staged verified-backup
+"""))
+def test_installs_although(installed, when, left):
+    payload = disk(installed.place / "2/payload")
+    change(installed, when)
+    run = installed.done("2")
+    assert disk(installed.plugins) == payload
+    assert disk(installed.support)[RECEIPT] == lines(files(2)).encode()
+    assert " ".join(sorted(path.name for path in run.iterdir())) == left
 
 
 def test_a_rollback_that_fails_loses_nothing(installed):
     # The second is loaded, and an obstacle stands where the first new bundle has to go.
-    installed.lsof({4: f"{WORDS}echo >$t/failed; exit 0"})
+    change(installed, "COMMIT_2: echo >$run/failed; exit 0")
     assert installed.on("2") == installed.ends(LIBRARY)
     for version, key in ("2", HD), ("1", LOW):
         payload = installed.place / version / "payload"
         assert disk(installed.plugins / key) == disk(payload / key)
-    assert (last(installed, "original"), last(installed, "staged")) == ([HD], [LOW])
+    assert kept(installed) == "original=HD staged=LOW"
 
 
 def test_a_receipt_that_stops_short(installed):
@@ -71,6 +96,7 @@ def test_a_receipt_that_stops_short(installed):
     assert installed.on("2", preexec_fn=lambda: resource.setrlimit(
         resource.RLIMIT_FSIZE, (limit, limit))) == installed.ends("Receipt write failed")
     # An install goes no further from now on; a removal does not mind, and finds what stood there.
-    assert installed.on("1") == installed.ends(STALE)
+    assert installed.on("1") == installed.ends(
+        "Stale transaction receipt preserved; contact support")
     installed.done("1", "--remove")
     assert (installed.support / f"{RECEIPT}.tmp").read_text() == lines(receipt)[:limit]
