@@ -16,7 +16,7 @@ $dpkg -i ./*.deb
 readlink root/usr/sbin/lsof
 $dpkg -i ./*.deb
 root/usr/bin/make-package Marbrel VST3 "$2"/payload/VST3/* out | grep root/usr/bin/orvelline
-[ "$(zgrep -x '.Os Orvelline Installer [0-9.]*' root/usr/share/man/man1/* | wc -l)" -eq 3 ]
+[ "$(zgrep -x '.Os "Orvelline Installer" [0-9.]*' root/usr/share/man/man1/* | wc -l)" -eq 3 ]
 $dpkg --purge orvelline-installer
 [ "$(find root/usr ! -type d)" = root/usr/bin/lsof ]"""
 
