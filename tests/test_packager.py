@@ -5,35 +5,35 @@ from harness import HD, ROOT
 
 pytestmark = pytest.mark.once
 B = f"1/payload/{HD}"
-# "signed" takes the code of an ssh-keygen, and "before" a module's name and what it runs.
+# "sign" takes the code of an ssh-keygen, and "load" a module's name and what it runs.
 PREPARED = f"""cp '{ROOT}/tools/make-package' .
 plain() {{ exec ./make-package Marbrel VST3 {B} out; }}
-signed() {{
+sign() {{
     echo "#!/bin/sh\\n$1" | install -m 755 /dev/stdin ssh-keygen
     PATH=$PWD:$PATH exec ./make-package --archive --sign key Marbrel VST3 {B} out
 }}
-before() {{ echo "$2" >$1.py; PYTHONPATH=$PWD plain; }}\n"""
+load() {{ echo "$2" >$1.py; PYTHONPATH=$PWD plain; }}\n"""
 GROW = "gzip.GzipFile = lambda *words: [print('more', file=open(path, 'a')), real(*words)][1]"
 
 
-def refused(why):
+def fails(why):
     return 1, "", f"make-package: {why}\n"
 
 
 ENDS = {
-    "another run makes the output": ("signed 'touch out'", refused("already exists: out")),
-    "two lines say why": ("signed 'seq 2 >&2; exit 4'", refused("refused by ssh-keygen: 1; 2")),
-    "the archive is stuck": ("signed 'mv $8 $8.sig'", refused("No such file or directory: out")),
+    "another run makes the output": ("sign 'touch out'", fails("already exists: out")),
+    "ssh-keygen says two lines": ("sign 'seq 2 >&2; false'", fails("refused by ssh-keygen: 1; 2")),
+    "the archive cannot move": ("sign 'mv $8 $8.sig'", fails("No such file or directory: out")),
     "a file grows after its digest was taken": (
-        f'before sitecustomize "import gzip; real = gzip.GzipFile; path = \'{B}/a\'; {GROW}"',
-        refused("a bundle has changed while it was packed")),
-    "a bundle has a link": (f"ln -s a {B}/l; plain", refused(f"symbolic link: {B}/l")),
-    "a file manager ran": (f"touch {B}/._; plain", refused(f"left by a file manager: {B}/._")),
-    "macOS would treat two names as equal": (f"touch {B}/e\u0301 {B}/\u00c9; plain", refused(
+        f'load sitecustomize "import gzip; real = gzip.GzipFile; path = \'{B}/a\'; {GROW}"',
+        fails("a bundle has changed while it was packed")),
+    "a bundle has a link": (f"ln -s a {B}/l; plain", fails(f"symbolic link: {B}/l")),
+    "a file manager was there": (f"touch {B}/._; plain", fails(f"left by a file manager: {B}/._")),
+    "macOS would treat two names as equal": (f"touch {B}/e\u0301 {B}/\u00c9; plain", fails(
         f"names that differ in case or composition alone: {B}/e\u0301 and {B}/\u00c9")),
     "an option is abbreviated": ("./make-package --arch a b c d 2>/dev/null", (2, "", "")),
-    "a signal comes while it works": ("signed 'kill $PPID'", (-15, "", "")),
-    "it is stopped at once": ("before argparse 'import os; os.kill(os.getpid(), 2)'", (-2, "", "")),
+    "a signal comes while it works": ("sign 'kill $PPID'", (-15, "", "")),
+    "it is interrupted early": ("load argparse 'import os; os.kill(os.getpid(), 2)'", (-2, "", "")),
 }
 
 
