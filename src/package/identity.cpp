@@ -38,7 +38,8 @@ std::set<BundleKey> bundlesOf(const Manifest& manifest) {
 
 std::string productOf(const std::filesystem::path& package) {
     std::string product;
-    // However the reading ends, the bytes read so far are the line.
+    // However the reading ends, the bytes read so far are the line. A device may never end, so no
+    // line may be longer than a block.
     readFile(package / "PRODUCT.txt", [&](std::string_view block) {
         const std::size_t end = block.find('\n');
         product.append(block.substr(0, end));

@@ -30,10 +30,12 @@ static void addLine(Manifest& manifest, const std::string& line) {
 
 // Takes the next block of the file. An incomplete last line stays in `line`.
 static void addText(Manifest& manifest, std::string& line, std::string_view text) {
-    for (std::size_t end; (end = text.find('\n')) != std::string_view::npos;
-         text.remove_prefix(end + 1)) {
+    std::size_t end = text.find('\n');
+    while (end != std::string_view::npos) {
         addLine(manifest, line.append(text.substr(0, end)));
         line.clear();
+        text.remove_prefix(end + 1);
+        end = text.find('\n');
     }
     line.append(text);
     // An endless line, for example from a device, is refused before it fills the memory.

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <string_view>
 
 #include "platform/again.h"
 #include "platform/file.h"
@@ -19,7 +20,9 @@ extern char** environ;  // NOLINT(readability-redundant-declaration): not every 
 // never see the end.
 static int lift(int descriptor) {
     const int lifted = again([&] { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3); });
-    return closeFile(descriptor) ? lifted : -1;
+    if (closeFile(descriptor) || lifted < 0) return lifted;
+    closeFile(lifted);
+    return -1;
 }
 
 // Starts the program with its standard error to the pipe. Gives whether it was started.

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <memory>
@@ -51,7 +50,7 @@ static std::vector<std::string> listing(DIR* stream, const std::string& path) {
     }
 }
 
-// Takes the status, because the type in the listing would hide that this fails.
+// Takes the status, because the type in the listing would hide that no status can be taken.
 static Entry ask(int directory, const std::string& name, const std::string& path) {
     struct stat status;
     Entry entry = {directory, name, path, file_type::not_found};
@@ -60,10 +59,10 @@ static Entry ask(int directory, const std::string& name, const std::string& path
         if (errno != ENOENT && errno != ENOTDIR) fail("cannot take status", path);
         return entry;
     }
-    entry.type = S_ISREG(status.st_mode)   ? file_type::regular
-                 : S_ISDIR(status.st_mode) ? file_type::directory
-                 : S_ISLNK(status.st_mode) ? file_type::symlink
-                                           : file_type::unknown;
+    entry.type = file_type::unknown;
+    if (S_ISREG(status.st_mode)) entry.type = file_type::regular;
+    if (S_ISDIR(status.st_mode)) entry.type = file_type::directory;
+    if (S_ISLNK(status.st_mode)) entry.type = file_type::symlink;
     return entry;
 }
 

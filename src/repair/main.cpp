@@ -1,4 +1,5 @@
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
@@ -32,7 +33,6 @@ static bool repair(int argc, char** argv) {
     if (run) std::cout << (undid ? "Undid " + *run : *run + " has nothing to undo") << '\n';
     if (json) printFacts(VERSION, states);
     if (!json) printWords(testRoot, states);
-    if (!std::cout.flush()) throw std::runtime_error("Cannot write the output");
     bool urgent = false;
     for (const State& state : states) urgent = urgent || advise(testRoot, state).urgent;
     return urgent;
@@ -41,7 +41,9 @@ static bool repair(int argc, char** argv) {
 int main(int argc, char** argv) {
     blockWriteSignals();
     try {
-        return repair(argc, argv) ? 1 : 0;
+        const bool urgent = repair(argc, argv);
+        if (!std::cout.flush()) throw std::runtime_error("Cannot write the output");
+        return urgent ? 1 : 0;
     } catch (const std::exception& failure) {
         std::cerr << failure.what() << '\n';
         return 3;

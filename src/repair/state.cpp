@@ -46,7 +46,7 @@ std::optional<Manifest> contentOf(const fs::path& path) {
     }
 }
 
-static std::string_view find(const fs::path& place, const Manifest& listed) {
+static std::string_view foundAt(const fs::path& place, const Manifest& listed) {
     const bool present = stands(place);
     if (listed.empty()) return present ? "unlisted" : "absent";
     if (!present) return "missing";
@@ -60,8 +60,8 @@ static std::vector<fs::path> runsOf(const fs::path& backups, const std::string& 
     const std::string prefix = product + '-';
     for (const std::string& name : names(backups)) {
         if (!name.starts_with(prefix) || name == prefix) continue;
-        const bool isNumber = name.find_first_not_of("0123456789", prefix.size()) == name.npos &&
-                              name[prefix.size()] != '0';
+        const std::size_t end = name.find_first_not_of("0123456789", prefix.size());
+        const bool isNumber = end == std::string::npos && name[prefix.size()] != '0';
         if (isNumber && fs::is_directory(backups / name)) runs.push_back(backups / name);
     }
     // A number with more digits is greater.
@@ -74,34 +74,35 @@ static std::vector<fs::path> runsOf(const fs::path& backups, const std::string& 
 static Run runAt(const fs::path& directory, const std::vector<Bundle>& bundles) {
     Run run = {directory.filename().string(), directory,
                receiptAt(directory / "previous-receipt.sha256"), false, false};
-    if (!run.moved.present) {
-        run.moved = receiptAt(directory / "removed-receipt.sha256");
-        run.removal = run.moved.present;
+    if (!run.oldReceipt.present) {
+        run.oldReceipt = receiptAt(directory / "removed-receipt.sha256");
+        run.removal = run.oldReceipt.present;
     }
-    run.holds = run.moved.present;
+    run.holds = run.oldReceipt.present;
     for (const Bundle& bundle : bundles)
         run.holds = run.holds || stands(directory / "original" / bundle.key);
     return run;
 }
 
-static bool isOf(const Run& run, std::string_view format) {
+// The name of a run does not contain its format.
+static bool isOf(const Run& run, const std::string& format) {
     for (const char* const area : {"verified-backup", "staged", "original", "failed", "repaired"})
         if (stands(run.directory / area / format)) return true;
-    const Manifest& listed = run.moved.manifest;
-    return !listed.empty() && listed.begin()->first.starts_with(format);
+    return !sub(run.oldReceipt.manifest, format).empty();
 }
 
-// The name of a run does not contain its format. An empty run may be of each.
-static bool mayBeOf(const Run& run, std::string_view format) {
-    const auto isOfOne = [&](std::string_view one) { return isOf(run, one); };
-    return isOf(run, format) || std::none_of(formats.begin(), formats.end(), isOfOne);
+// Any format may be that of an empty run. Nothing is undone by a guess, so one that holds must
+// tell.
+static bool mayBeOf(const Run& run, const std::string& format) {
+    const std::string other = format == "VST3" ? "Components" : "VST3";
+    return isOf(run, format) || (!run.holds && !isOf(run, other));
 }
 
 static bool isInterrupted(const State& state) {
     if (!state.last || state.last->removal) return false;
-    if (state.last->moved.present)
+    if (state.last->oldReceipt.present)
         return state.unfinished &&
-               (!state.receipt.present || state.receipt.manifest == state.last->moved.manifest);
+               (!state.receipt.present || state.receipt.digest == state.last->oldReceipt.digest);
     if (!state.receipt.present) return false;
     for (const Bundle& bundle : state.bundles) {
         if (bundle.found == "changed" || bundle.found == "missing") return true;
@@ -120,7 +121,7 @@ State stateOf(const fs::path& testRoot, const std::string& product, const std::s
         if (!isOfFormat(name, format) || !isOfProduct(name, product)) continue;
         const BundleKey key = format + '/' + std::string(name);
         const fs::path place = target(testRoot, key);
-        state.bundles.push_back({key, place, find(place, sub(state.receipt.manifest, key))});
+        state.bundles.push_back({key, place, foundAt(place, sub(state.receipt.manifest, key))});
     }
     for (const fs::path& directory : runsOf(support / "Backups", product)) {
         const Run run = runAt(directory, state.bundles);

@@ -28,9 +28,9 @@ struct Bundle {
 struct Run {
     std::string name;
     std::filesystem::path directory;
-    Receipt moved;  // the receipt that it replaced or removed
-    bool removal;   // it removed that receipt
-    bool holds;     // its directory has an original bundle or a moved receipt
+    Receipt oldReceipt;  // the receipt that it replaced or removed
+    bool removal;        // it removed that receipt
+    bool holds;          // its directory has an original bundle or an old receipt
 };
 
 // One product in one format, as it is on disk now.

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <set>
 #include <stdexcept>
@@ -57,9 +56,9 @@ static void carryOut(const std::vector<Move>& moves) {
 // Gives the manifest of the last run's own receipt. It is empty if that run was a removal, which
 // neither replaces a receipt nor stages a bundle.
 static Manifest ownReceipt(const State& state, const Run& last) {
-    const bool replaced = last.moved.present && !last.removal;
+    const bool replaced = last.oldReceipt.present && !last.removal;
     if (!replaced && !stands(last.directory / "staged")) return {};
-    if (replaced && state.receipt.present && state.receipt.manifest != last.moved.manifest)
+    if (replaced && state.receipt.present && state.receipt.digest != last.oldReceipt.digest)
         return state.receipt.manifest;
     return receiptAt(state.temporary).manifest;
 }
@@ -75,7 +74,8 @@ static Manifest verified(const fs::path& original, const fs::path& backup, const
 // Gives the moves that undo the last run, except the move of an unfinished receipt.
 static std::vector<Move> plan(const State& state, const Run& last) {
     const fs::path repaired = last.directory / "repaired";
-    const Manifest& old = last.moved.present ? last.moved.manifest : state.receipt.manifest;
+    const Manifest& old =
+        last.oldReceipt.present ? last.oldReceipt.manifest : state.receipt.manifest;
     const Manifest own = ownReceipt(state, last);
     std::vector<Move> moves;
     std::vector<Move> back;
@@ -93,10 +93,10 @@ static std::vector<Move> plan(const State& state, const Run& last) {
                 {original, bundle.place, verified(original, backup, sub(old, bundle.key))});
     }
     moves.insert(moves.end(), back.begin(), back.end());
-    if (!last.moved.present) return moves;
+    if (!last.oldReceipt.present) return moves;
     if (state.receipt.present)
         moves.push_back({state.receipt.path, repaired / state.receipt.path.filename()});
-    moves.push_back({last.moved.path, state.receipt.path});
+    moves.push_back({last.oldReceipt.path, state.receipt.path});
     return moves;
 }
 
@@ -106,16 +106,17 @@ static bool undoRun(const fs::path& testRoot, const State& state, const Run& run
     if (run.holds && state.over)
         throw std::runtime_error("A later run replaced what it left: " + run.name);
     const std::vector<Move> moves = run.holds ? plan(state, run) : std::vector<Move>();
-    const Move last = {state.temporary, run.directory / "repaired" / state.temporary.filename()};
+    const Move unfinished = {state.temporary,
+                             run.directory / "repaired" / state.temporary.filename()};
     check(moves);
-    if (run.holds && state.unfinished && !stands(last.to)) check({last});
+    if (run.holds && state.unfinished && !stands(unfinished.to)) check({unfinished});
     blockStops();
     carryOut(moves);
     const State now = stateOf(testRoot, state.product, state.format);
     // An older interrupted run needs the file, because it lists the bundles of that run.
-    if (!now.unfinished || now.interrupted || stands(last.to)) return !moves.empty();
-    check({last});
-    carryOut({last});
+    if (!now.unfinished || now.interrupted || stands(unfinished.to)) return !moves.empty();
+    check({unfinished});
+    carryOut({unfinished});
     return true;
 }
 

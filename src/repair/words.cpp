@@ -1,7 +1,7 @@
 #include "repair/words.h"
 
-#include <algorithm>
 #include <iostream>
+#include <utility>
 
 #include "package/safe.h"
 
@@ -25,13 +25,13 @@ static std::string commandFor(const fs::path& testRoot, const std::string& run) 
 }
 
 Advice advise(const fs::path& testRoot, const State& state) {
-    const std::string close = "Close all music programs and type: ";
-    if (state.interrupted) return {close + commandFor(testRoot, state.last->name)};
+    const std::string typing = "Close all music programs and type: ";
+    if (state.interrupted) return {typing + commandFor(testRoot, state.last->name)};
     if (state.unfinished) {
         // A run that failed has left the file, and undoing that run moves it.
         for (const Run& run : state.runs)
             if (!run.holds && !stands(run.directory / "repaired" / state.temporary.filename()))
-                return {close + commandFor(testRoot, run.name)};
+                return {typing + commandFor(testRoot, run.name)};
         return {"Move this file away by hand: " + state.temporary.string()};
     }
     if (state.receipt.found == "damaged") return {damaged + state.receipt.path.string()};
@@ -45,9 +45,9 @@ Advice advise(const fs::path& testRoot, const State& state) {
 }
 
 static void printState(const State& state, const Advice& advice) {
-    const char* const calm = advice.line.empty() ? ": well\n" : ": not well\n";
-    std::cout << state.product << ' ' << state.format
-              << (state.interrupted ? ": interrupted\n" : calm);
+    std::string health = advice.line.empty() ? "well" : "not well";
+    if (state.interrupted) health = "interrupted";
+    std::cout << state.product << ' ' << state.format << ": " << health << '\n';
     for (const Bundle& bundle : state.bundles)
         if (bundle.found != "absent")
             std::cout << "  " << bundle.key << ": "
@@ -63,8 +63,8 @@ static void printLast(const fs::path& testRoot, const State& state) {
         for (const Bundle& bundle : state.bundles)
             if (stands(state.last->directory / area / bundle.key))
                 std::cout << "    " << area << '/' << bundle.key << '\n';
-    const Receipt& moved = state.last->moved;
-    if (moved.present) std::cout << "    " << moved.path.filename().native() << '\n';
+    const Receipt& old = state.last->oldReceipt;
+    if (old.present) std::cout << "    " << old.path.filename().native() << '\n';
     if (!state.over)
         std::cout << "  to undo it, type: " << commandFor(testRoot, state.last->name) << '\n';
 }
