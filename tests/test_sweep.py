@@ -6,7 +6,7 @@ import re
 import shutil
 
 import pytest
-from harness import HD, LOW
+from harness import HD, LOW, differences
 
 pytestmark = pytest.mark.once
 CHANGES = "mkdir|rename|write|sendfile|copy_file_range|fchmod|open.* creates"
@@ -67,9 +67,10 @@ class Sweep:
         shutil.copytree(self.studio.place / "start", self.root)
         return self.run(**faults)
 
-    def undoable(self):
-        """The run that can be undone, as the facts name it."""
-        return json.loads(self.repair("--json").out)["formats"][0]["undo"]
+    def undo(self, **faults):
+        """Undoes the run that the facts name, if there is one."""
+        self.run_undone = json.loads(self.repair("--json").out)["formats"][0]["undo"]
+        return self.repair("--undo", self.run_undone, **faults)
 
     def obey(self):
         """Does what the last line says until nothing needs to be done; gives what it said."""
@@ -88,18 +89,24 @@ class Sweep:
                 assert self.run().status == 0, said
         return said
 
-    def fails(self, passed=False, **fault):
+    def is_at(self, wanted, number):
+        """Demands that a user has this after the fault at a call, which a red test names."""
+        call = self.calls[number - 1]
+        assert (call, differences(wanted, self.state())) == (call, [])
+
+    def fails(self, passed=False, number=0, **fault):
         """Lets a call fail, which must undo the run, or may be passed over; gives what was said."""
-        status, out, err = self.again(**fault)
-        if status == 0 and passed:
-            assert self.state() == self.end, fault
-        else:
-            lines = err.removeprefix("refused\n").count("\n")
-            assert (status, out, lines) == (3, "", 1), (fault, err)
-            assert self.start.items() <= self.state().items(), fault  # with a .tmp file, perhaps
-            self.obey()
-            assert self.state() == self.start, fault
-        return err
+        ended = self.again(**fault or {"FAIL_CALL": number})
+        if ended.status == 0 and passed:
+            self.is_at(self.end, number)
+            return ended.err
+        said = ended.err.removeprefix("refused\n")
+        assert (ended.status, ended.out, said.count("\n")) == (3, "", 1), self.calls[number - 1]
+        wanted = {path: self.state().get(path) for path in self.start}
+        assert differences(self.start, wanted) == [], self.calls[number - 1]  # besides a .tmp file
+        self.obey()
+        self.is_at(self.start, number)
+        return ended.err
 
 
 @pytest.fixture(params=RUNS)
@@ -112,51 +119,47 @@ def test_a_call_fails(sweep):
     listing = sweep.numbers("readdir")[0]
     passed = sweep.numbers("close") + [read for read in sweep.numbers("read ") if read < listing]
     for number, _ in enumerate(sweep.calls, 1):
-        sweep.fails(number in passed, FAIL_CALL=number)
+        sweep.fails(number in passed, number)
 
 
 @pytest.mark.parametrize("sweep", ["upgrade"], indirect=True)
 def test_a_call_is_interrupted_or_refused_memory(sweep):
     for number in sweep.numbers(AGAIN):
-        status, out, err = sweep.again(FAIL_CALL=number, FAIL_WITH=errno.EINTR)
-        assert (status, out[:9], err) == (0, "INSTALLED", ""), sweep.calls[number - 1]
-        assert sweep.state() == sweep.end, sweep.calls[number - 1]
+        ended = sweep.again(FAIL_CALL=number, FAIL_WITH=errno.EINTR)
+        assert (ended.status, ended.err) == (0, ""), sweep.calls[number - 1]
+        sweep.is_at(sweep.end, number)
     # From the first load check of the commit on: two bundles have been checked before it.
     first, last = (int(sweep.calls[number - 1].split()[-1])
                    for number in (sweep.numbers("pipe")[2], len(sweep.calls)))
-    for number in range(first, last + 1):
-        assert "refused\n" in sweep.fails(True, FAIL_MALLOC=number), number
+    for request in range(first, last + 1):
+        assert "refused\n" in sweep.fails(True, FAIL_MALLOC=request), request
 
 
-@pytest.mark.parametrize("tries", range(3))
+@pytest.mark.parametrize("tries", range(3), ids=["once", "then run again", "twice, and run again"])
 def test_a_run_is_killed(sweep, tries):
     for number in sweep.numbers(CHANGES):
         assert sweep.again(KILL_CALL=number).status == -9
-        if tries == 2:  # the first of them is killed as well
+        if tries == 2:
             sweep.run(KILL_CALL=number)
         for _ in range(tries):
             sweep.run()
-        said = sweep.obey()
-        assert sweep.state() in (sweep.start, sweep.end), (sweep.calls[number - 1], said)
+        sweep.obey()
+        sweep.is_at(sweep.start if sweep.state() == sweep.start else sweep.end, number)
 
 
 def test_an_undoing_is_killed_or_fails(sweep):
     for number in [0, *sweep.numbers(CHANGES)]:  # first, of a run that has finished
         sweep.again(KILL_CALL=number)
-        run = sweep.undoable()
-        if not run:
-            continue
-        calls = sweep.repair("--undo", run, LIST_CALLS=1).err.splitlines()
+        calls = sweep.undo(LIST_CALLS=1).err.splitlines()
         for rename in (place for place, call in enumerate(calls, 1) if call.startswith("rename")):
             for fault, status in ("KILL_CALL", -9), ("FAIL_CALL", 3):
                 sweep.again(KILL_CALL=number)
-                run = sweep.undoable()
-                assert sweep.repair("--undo", run, **{fault: rename}).status == status
-                assert sweep.repair("--undo", run).status == 0, (number, calls[rename - 1])
-                assert sweep.state() == sweep.start, (number, calls[rename - 1])
-                ended = sweep.repair("--undo", run)
-                assert ended.out.startswith(f"{run} has nothing to undo\n"), ended
-                assert sweep.state() == sweep.start, (number, calls[rename - 1])
+                assert sweep.undo(**{fault: rename}).status == status
+                assert sweep.repair("--undo", sweep.run_undone).status == 0, calls[rename - 1]
+                sweep.is_at(sweep.start, number)
+                ended = sweep.repair("--undo", sweep.run_undone)
+                assert ended.out.startswith(f"{sweep.run_undone} has nothing to undo\n")
+                sweep.is_at(sweep.start, number)
 
 
 def test_a_call_of_a_look_fails(sweep):
