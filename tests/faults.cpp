@@ -1,7 +1,11 @@
-// Loaded before the C library. Calls are counted from 1: call FAIL_CALL fails, with the error
-// FAIL_WITH or else EIO; at call KILL_CALL the program is killed. LIST_CALLS prints every call on
-// standard error: its name, its path, and how often memory was asked for before it. The request for
-// memory FAIL_MALLOC is refused, and standard error says so. STILL_CLOCK stops the clock.
+// A library that is loaded before the C library. These environment variables control it; calls and
+// requests for memory are counted from 1:
+//   FAIL_CALL    number of the call that fails
+//   FAIL_WITH    errno of that failure; EIO if not set
+//   KILL_CALL    number of the call at which the program is killed
+//   LIST_CALLS   prints each call on standard error: name, path, number of earlier memory requests
+//   FAIL_MALLOC  number of the request for memory that fails; standard error says so
+//   STILL_CLOCK  stops the clock
 
 // NOLINTBEGIN: these are the C library's own functions, by its own names.
 
@@ -31,13 +35,13 @@ static const long killing = number("KILL_CALL");
 static const long listing = number("LIST_CALLS");
 static const long starving = number("FAIL_MALLOC");
 static const long still = number("STILL_CLOCK");
-static const int alone = unsetenv("LD_PRELOAD");  // not for the children
+static const int alone = unsetenv("LD_PRELOAD");  // children run without it
 
 static bool fails(const char* name, const char* path) {
     ++calls;
     const long before = requests;
     if (listing != 0) dprintf(2, "%s %s %ld\n", name, path, before);
-    requests = before;  // to print asks for memory, too
+    requests = before;  // printing requests memory, too
     if (calls == killing) raise(SIGKILL);
     if (calls == failing) errno = error == 0 ? EIO : static_cast<int>(error);
     return calls == failing;
@@ -50,8 +54,8 @@ extern "C" void* malloc(std::size_t size) {
     return nullptr;
 }
 
-// Each of these takes at most six words in registers, whatever their types are. The third argument
-// is its path, if it has one; the last one is its name in a list.
+// Each of these functions takes at most six words in registers, whatever their types. The third
+// argument is its path, if it has one; the last one is its name in a list.
 using Call = long(long, long, long, long, long, long);
 #define NAMED_CALL(function, failure, path, name)                                       \
     extern "C" Call faulty_##function asm(#function);                                   \

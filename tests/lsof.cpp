@@ -1,6 +1,6 @@
 #include "platform/lsof.h"
 
-// Each test runs the tool in a directory of its own and puts its stand-in there.
+// Each test runs the tool in its own directory, and puts a script in place of lsof there.
 const char* lsof() {
     return "./lsof";
 }

@@ -37,70 +37,71 @@ UNLISTED = ("is on no receipt: install its package again, or remove it with that
 DAMAGED = ("Move the damaged receipt away by hand, and install the same version again: "
            f"{{}}/r/support/{RECEIPT}")
 BY_HAND = f"Move this file away by hand: {{}}/r/support/{RECEIPT}.tmp"
+FINE = f"0 well, hd installed, low installed: {WELL}"
 # What the row shows; what is done; the status of a look and what it says, with $run as RUN; what
 # undoing RUN says, its status, and what is installed then.
 STATES = [
-    ("a first install cannot be undone", "on 1",
-     0, f"well, hd installed, low installed: {WELL}", "nothing 0 hd=1 low=1 receipt=1"),
-    ("an upgrade is undone", "on 1; on 2",
-     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
+    ("a first install cannot be undone", "on 1", FINE, "nothing 0 hd=1 low=1 receipt=1"),
+    ("an upgrade is undone", "on 1; on 2", FINE, "Undid 0 hd=1 low=1 receipt=1"),
+    ("a bundle that came with the run goes with it", "on low; on 1", FINE,
+     "Undid 0 hd=- low=1 receipt=low"),
+    ("the other format has runs of its own", "on 1; on 2; r=$run; on au; on au; run=$r", FINE,
+     "Undid 0 hd=1 low=1 receipt=1"),
+    ("what only looks like a run counts for nothing, and no date counts",
+     "on 1; on 2; cp -r $t $t-2; mv $t-2 $runs/Marbrel-2x; touch $runs/Marbrel-9; touch -d @1 $t",
+     FINE, "Undid 0 hd=1 low=1 receipt=1"),
+    ("a run's number decides which is newer", "on 1; on 2; on 1; set -- $runs/*; rm -r $1; "
+     "mv $2 $runs/Marbrel-9; mv $3 $runs/Marbrel-10; run=Marbrel-10", FINE,
+     "Undid 0 hd=2 low=2 receipt=2"),
     ("an upgrade was killed after its first bundle", "on 1; on 2; half",
-     1, f"interrupted, hd changed, low installed: {UNDO}", "Undid 0 hd=1 low=1 receipt=1"),
+     f"1 interrupted, hd changed, low installed: {UNDO}", "Undid 0 hd=1 low=1 receipt=1"),
     ("an upgrade was killed while a bundle was away that no receipt lists",
-     "on 1; on hd; on 1; killed; put $LOW staged",
-     1, f"interrupted, hd installed: {UNDO}", "Undid 0 hd=1 low=1 receipt=hd"),
+     "on 1; on hd; on 1; killed; put $LOW staged", f"1 interrupted, hd installed: {UNDO}",
+     "Undid 0 hd=1 low=1 receipt=hd"),
     ("an upgrade was killed between the renames of the receipts", "on hd; on 2; unfinished",
-     1, f"interrupted, hd on no receipt, low on no receipt, receipt absent, unfinished: {UNDO}",
+     f"1 interrupted, hd on no receipt, low on no receipt, receipt absent, unfinished: {UNDO}",
      "Undid 0 hd=1 low=- receipt=hd"),
-    ("not a receipt that equals the previous one is the run's own, but the unfinished one",
+    ("a receipt that equals the previous one is not the run's own, the unfinished one is",
      "on hd; on 1; unfinished; cp $old $receipt",
-     1, f"interrupted, hd installed, low on no receipt, unfinished: {UNDO}",
+     f"1 interrupted, hd installed, low on no receipt, unfinished: {UNDO}",
      "Undid 0 hd=1 low=- receipt=hd"),
-    ("a bundle that came with the run goes with it", "on low; on 1",
-     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=- low=1 receipt=low"),
     ("a bundle that somebody else has put there stays",
      "on hd; on hd; cp -r 2/payload/VST3/*Low* r/plugins/VST3",
-     0, f"not well, hd installed, low on no receipt: {LOW} {UNLISTED}",
+     f"0 not well, hd installed, low on no receipt: {LOW} {UNLISTED}",
      "Undid 0 hd=1 low=2 receipt=hd"),
-    ("a removal is undone", "on 1; on 1 --remove",
-     0, f"well, receipt absent: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
-    ("a removal was killed, which brings nothing, whatever an unfinished receipt lists",
+    ("a removal is undone", "on 1; on 1 --remove", f"0 well, receipt absent: {WELL}",
+     "Undid 0 hd=1 low=1 receipt=1"),
+    ("a killed removal installed nothing, whatever an unfinished receipt lists",
      "on hd; on hd --remove; mv $t/removed* $receipt; cp 1/C* $receipt.tmp; mkdir $LOW",
-     1, f"interrupted, hd missing, low on no receipt, unfinished: {UNDO}",
+     f"1 interrupted, hd missing, low on no receipt, unfinished: {UNDO}",
      "Undid 0 hd=1 low=? receipt=hd"),
     ("without a receipt, what a killed removal has left is on no receipt",
      "on 1; rm $receipt; on 1 --remove; mv $t/original/VST3/*Low* $LOW",
-     1, f"not well, low on no receipt, receipt absent: {LOW} {UNLISTED}",
+     f"1 not well, low on no receipt, receipt absent: {LOW} {UNLISTED}",
      "Undid 1 hd=1 low=1 receipt=-"),
+    ("an older run that was interrupted keeps the unfinished receipt",
+     "on 1; on 2; unfinished; on 2 --remove",
+     f"1 not well, receipt absent, unfinished: {UNDO.replace('RUN', 'OLDER')}",
+     "Undid 1 hd=2 low=2 receipt=-"),
     ("a killed first install ends with the same install", "on 1; unfinished",
-     1, f"not well, hd on no receipt, low on no receipt, receipt absent, unfinished: {UNDO}",
+     f"1 not well, hd on no receipt, low on no receipt, receipt absent, unfinished: {UNDO}",
      "Undid 1 hd=1 low=1 receipt=-"),
     ("a run takes only one unfinished receipt",
      "on 1; touch $receipt.tmp; look --undo $run; touch $receipt.tmp",
-     1, f"not well, hd installed, low installed, unfinished: {BY_HAND}",
+     f"1 not well, hd installed, low installed, unfinished: {BY_HAND}",
      "nothing 1 hd=1 low=1 receipt=1"),
-    ("a receipt is damaged", "on 1; on 2; echo >$receipt",
-     1, f"not well, hd on no receipt, low on no receipt, receipt damaged: {DAMAGED}",
+    ("a directory is a damaged receipt", "on 1; on 2; rm $receipt; mkdir $receipt",
+     f"1 not well, hd on no receipt, low on no receipt, receipt damaged: {DAMAGED}",
      "Undid 0 hd=1 low=1 receipt=1"),
     ("a changed bundle comes before a missing one", "on 1; rm -r $HD; ln -s b $LOW/c",
-     1, f"not well, hd missing, low changed: {LOW} {CHANGED}", "nothing 1 hd=- low=? receipt=1"),
+     f"1 not well, hd missing, low changed: {LOW} {CHANGED}", "nothing 1 hd=- low=? receipt=1"),
+    ("a bundle without a file is changed", "on 1; rm -r $HD/*",
+     f"1 not well, hd changed, low installed: {HD} {CHANGED}", "nothing 1 hd=? low=1 receipt=1"),
     ("a missing bundle comes before one on no receipt", "on hd; rm -r $HD; mkdir $LOW",
-     1, f"not well, hd missing, low on no receipt: {HD} {MISSING}",
+     f"1 not well, hd missing, low on no receipt: {HD} {MISSING}",
      "nothing 1 hd=- low=? receipt=hd"),
     ("a plain file in a bundle's place moves away", "on 1; on 2; rm -r $LOW; echo >$LOW",
-     1, f"not well, hd installed, low changed: {LOW} {CHANGED}", "Undid 0 hd=1 low=1 receipt=1"),
-    ("what only looks like a run counts for nothing, and no date counts",
-     "on 1; on 2; cp -r $t $t-2; mv $t-2 $runs/Marbrel-2x; touch $runs/Marbrel-9; touch -d @1 $t",
-     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
-    ("a run's number decides which is newer", "on 1; on 2; mv $t $runs/Marbrel-9; on 1; on 1; "
-     "mv $t $runs/Marbrel-10; rm -r $runs/Marbrel-??????*; run=Marbrel-10",
-     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
-    ("an older run that was interrupted keeps the unfinished receipt",
-     "on 1; on 2; unfinished; on 2 --remove",
-     1, f"not well, receipt absent, unfinished: {UNDO.replace('RUN', 'OLDER')}",
-     "Undid 1 hd=2 low=2 receipt=-"),
-    ("the other format has runs of its own", "on 1; on 2; r=$run; on au; on au; run=$r",
-     0, f"well, hd installed, low installed: {WELL}", "Undid 0 hd=1 low=1 receipt=1"),
+     f"1 not well, hd installed, low changed: {LOW} {CHANGED}", "Undid 0 hd=1 low=1 receipt=1"),
 ]
 # What the row shows; what is done after two installs; the run; the message.
 REFUSALS = [
@@ -153,17 +154,17 @@ def said(out):
     return f"{block}: {out.splitlines()[-1]}"
 
 
-@pytest.mark.parametrize("code, status, expected, undone", [row[1:] for row in STATES],
+@pytest.mark.parametrize("code, look, undone", [row[1:] for row in STATES],
                          ids=[row[0] for row in STATES])
-def test_states(shop, code, status, expected, undone):
+def test_states(shop, code, look, undone):
     run = sh(shop, code)[1]
-    ended = sh(shop, "look && status=0 || status=$?; echo status $status")[0]
-    look, _, found = ended.out.rpartition("status ")
-    words = re.sub("Marbrel-[0-9]+", "OLDER", said(look).replace(run, "RUN"))
-    assert (words, found.split()[0]) == (expected.format(shop.place), str(status))
-    ended = sh(shop, f"look --undo {run} >said && status=0 || status=$?\n"
-               "echo $(grep -o 'Undid\\|nothing' said) $status $(installed)")[0]
-    assert ended.out.splitlines()[-2] == undone
+    ended = shop.tool("--test-root", "r", program="repair")
+    words = re.sub("Marbrel-[0-9]+", "OLDER", said(ended.out).replace(run, "RUN"))
+    assert f"{ended.status} {words}" == look.format(shop.place)
+    ended = shop.tool("--test-root", "r", "--undo", run, program="repair")
+    word = {f"Undid {run}": "Undid", f"{run} has nothing to undo": "nothing"}[
+        ended.out.splitlines()[0]]
+    assert f"{word} {ended.status} {sh(shop, 'installed')[0].out.splitlines()[0]}" == undone
     before = disk(shop.place / "r")
     ended = shop.tool("--test-root", "r", "--undo", run, program="repair")
     assert ended.out.startswith(f"{run} has nothing to undo\n")

@@ -1,14 +1,14 @@
 # shellcheck shell=sh
-# What tools/check and tools/check-target share: runs of tests, and how many passed and failed.
+# For tools/check and tools/check-target: runs tests, and counts how many passed and failed.
 passed=0
 failed=0
 
-# Runs tests with the given arguments of tests/run, and adds what their last lines count.
+# Runs tests/run with the given arguments, and adds the counts of its last line.
 count() {
     status=0
     tests/run "$@" >build/tests.log 2>&1 || status=$?
     [ "$status" -eq 0 ] || cat build/tests.log
-    # Status 1 tells of tests that failed; any other, of a run that broke off.
+    # Status 1 means that tests failed; a higher status, that the run was not completed.
     [ "$status" -le 1 ] || exit 1
     counts=$(grep -Ex '[0-9]+ passed, [0-9]+ failed' build/tests.log)
     echo "$counts"
@@ -18,7 +18,7 @@ count() {
     failed=$((failed + $3))
 }
 
-# Prints the sums, and ends with status 1 if anything failed.
+# Prints the sums, and gives status 1 if anything failed.
 total() {
     echo "$passed passed, $failed failed"
     [ "$failed" -eq 0 ]

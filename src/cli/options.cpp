@@ -2,8 +2,7 @@
 
 #include <stdexcept>
 
-// The library's own operation is not used: one of the two libraries refuses the empty path, which
-// here means the working directory.
+// Not std::filesystem::absolute: one of the two libraries refuses the empty path.
 std::filesystem::path absoluteForm(const std::filesystem::path& path) {
     return path.is_absolute() ? path : std::filesystem::current_path() / path;
 }

@@ -5,8 +5,8 @@
 
 #include "package/identity.h"
 
-// Every location is computed from one base, the test root if its text is not empty, else the
-// user's home directory. Nothing here asks the disk.
+// All paths begin with the test root, or with the user's home directory if the test root is empty.
+// Nothing here reads the disk.
 
 // Gives the user's home directory, the value of HOME unchanged.
 // Fails with "User directory unavailable".

@@ -11,7 +11,7 @@ using std::filesystem::file_type;
 void unloaded(const std::filesystem::path& bundle) {
     if (!std::filesystem::exists(bundle)) return;
     walk(bundle, true, [](const Entry& entry) {
-        // A link to a file is tested as well, under its own path.
+        // A link to a file is checked too, by its own path.
         if (entry.type != file_type::regular &&
             (entry.type != file_type::symlink || !std::filesystem::is_regular_file(entry.path)))
             return;

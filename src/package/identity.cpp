@@ -25,7 +25,7 @@ std::set<BundleKey> bundlesOf(const Manifest& manifest) {
         const std::size_t slash = key.find('/');
         if (slash == std::string::npos) throw std::runtime_error("Missing bundle");
         const std::string format = key.substr(0, slash);
-        // A run of separators counts as one.
+        // Several separators in a row count as one.
         const std::size_t begin = std::min(key.find_first_not_of('/', slash), key.size());
         const std::string name = key.substr(begin, key.find('/', begin) - begin);
         if (!has(formats, format)) throw std::runtime_error("Unexpected format");
@@ -38,7 +38,7 @@ std::set<BundleKey> bundlesOf(const Manifest& manifest) {
 
 std::string productOf(const std::filesystem::path& package) {
     std::string product;
-    // However the reading ends: what was read is the line.
+    // However the reading ends, the bytes read so far are the line.
     readFile(package / "PRODUCT.txt", [&](std::string_view block) {
         const std::size_t end = block.find('\n');
         product.append(block.substr(0, end));

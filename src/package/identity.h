@@ -8,8 +8,8 @@
 
 #include "package/manifest.h"
 
-// The name of a format's directory, "/" and a bundle's name, such as VST3/MarbrelHD.vst3: one
-// bundle's identity, and its relative path in every tree that the system handles.
+// A format, "/" and a bundle's name, such as VST3/MarbrelHD.vst3. It identifies a bundle, and is
+// its relative path in the payload, in the plug-in directory and in each area of a run directory.
 using BundleKey = std::string;
 
 inline constexpr std::array<std::string_view, 2> products = {"Marbrel", "Quellotrone"};
@@ -19,11 +19,11 @@ inline constexpr std::array<std::string_view, 6> bundleNames = {
     "MarbrelHDAU.component", "MarbrelLowCPUAU.component", "QuellotroneAU.component",
 };
 
-// Takes a bundle's name and a format, both known, and gives whether they belong together.
+// Takes a known bundle name and a known format. Gives whether the bundle is of that format.
 bool isOfFormat(std::string_view name, std::string_view format);
 
-// Takes a known bundle, by its key or its name, and a product, and gives whether it is of that
-// product.
+// Takes the key or the name of a known bundle, and a known product. Gives whether the bundle is of
+// that product.
 bool isOfProduct(std::string_view key, std::string_view product);
 
 // Takes the package's manifest and gives the bundles that it names.

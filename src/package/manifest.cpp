@@ -28,7 +28,7 @@ static void addLine(Manifest& manifest, const std::string& line) {
         throw std::runtime_error("Duplicate manifest entry");
 }
 
-// Takes what follows in the file. What is left of a line stays in `line`.
+// Takes the next block of the file. An incomplete last line stays in `line`.
 static void addText(Manifest& manifest, std::string& line, std::string_view text) {
     for (std::size_t end; (end = text.find('\n')) != std::string_view::npos;
          text.remove_prefix(end + 1)) {
@@ -36,7 +36,7 @@ static void addText(Manifest& manifest, std::string& line, std::string_view text
         line.clear();
     }
     line.append(text);
-    // A line without an end, such as a device gives, is refused before it fills the memory.
+    // An endless line, for example from a device, is refused before it fills the memory.
     if (line.size() > keyOffset) checkHead(line);
 }
 

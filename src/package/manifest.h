@@ -5,22 +5,21 @@
 #include <string>
 #include <string_view>
 
-// What a set of files must be: the relative path of each file and the SHA-256 of its bytes as 64
-// lower-case hexadecimal characters, ascending by unsigned bytes of the path. Two manifests are
-// equal when they hold the same paths with the same digests.
+// The expected content of a set of files: for each relative path the SHA-256 of the file's bytes,
+// as 64 lower-case hexadecimal characters. Ordered by the unsigned bytes of the path.
 using Manifest = std::map<std::string, std::string>;
 
-// Takes the path of a CONTENTS.sha256 or a receipt and gives the manifest in it, which is never
-// empty. A read that breaks off counts as the end of the file.
+// Takes the path of a CONTENTS.sha256 or a receipt, and gives the manifest in it, which is never
+// empty. If a read fails, the file counts as ended there.
 // Fails with "Manifest missing: " and the path, "Malformed manifest", "Invalid hash",
 // "Absolute manifest path refused", "Unsafe manifest path", "Duplicate manifest entry" or
 // "Empty manifest".
 Manifest read(const std::filesystem::path& file);
 
-// Takes the content of such a file and gives the manifest in it. Fails like `read`, except that no
-// file can be missing.
+// Takes the content of such a file and gives the manifest in it. Fails like `read`, except for
+// "Manifest missing: ".
 Manifest parse(std::string_view text);
 
-// Takes a manifest and gives the file content that `read` takes back: one line for each entry,
-// in order.
+// Takes a manifest and gives it as the content of a file for `read`: one line for each entry, in
+// order.
 std::string asLines(const Manifest& manifest);

@@ -47,7 +47,7 @@ Manifest tree(const std::filesystem::path& root) {
     safe(root);
     if (!std::filesystem::is_directory(root))
         throw std::runtime_error("Bundle missing: " + root.string());
-    // There is no link on the way, so the path below the root is what follows the root's text.
+    // The walk follows no link, so each path in it begins with the root's text; cut that off.
     const std::size_t cut = (root / "").native().size();
     Manifest manifest;
     walk(root, false, [&](const Entry& entry) {

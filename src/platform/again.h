@@ -2,9 +2,9 @@
 
 #include <cerrno>
 
-// Takes a system call that gives -1 when it fails, and makes it again as long as a signal has
-// interrupted it: the target's calls can be interrupted even where no handler is installed. Gives
-// what the last call gave.
+// Takes a system call that returns -1 on failure, and repeats it while a signal interrupts it.
+// Gives the result of the last call. On macOS, calls can be interrupted even if no handler is
+// installed.
 template <typename Call>
 auto again(const Call& call) {
     auto result = call();

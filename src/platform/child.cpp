@@ -14,15 +14,15 @@
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every system declares it
 
-// Gives one end of a pipe a number above the three standard descriptors, which may be closed and
-// are the child's, and lets it close when a program is started. Gives -1 when that fails, also when
-// the old number cannot be closed: the other end would then never be at its end.
+// Moves a pipe end above the standard descriptors, which the child needs, and marks it
+// close-on-exec. Gives -1 on failure, also if the old number cannot be closed: the reader would
+// never see the end.
 static int lift(int descriptor) {
     const int lifted = again([&] { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3); });
     return closeFile(descriptor) ? lifted : -1;
 }
 
-// Gives whether the program was started, with its standard error going to the pipe.
+// Starts the program with its standard error to the pipe. Gives whether it was started.
 static bool start(const char* program, char** argv, int writing, pid_t& child) {
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
@@ -58,13 +58,13 @@ ChildEnd runChild(const char* program, const std::vector<std::string>& arguments
     if (again([&] { return ::pipe(ends.data()); }) != 0) return result;
     const int reading = lift(ends[0]);
     const int writing = lift(ends[1]);
-    // Were it still ignored from outside, the child's status would be gone before it is asked for.
+    // SIGCHLD may be ignored from outside; the child's status would then be lost before waitpid.
     static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
     pid_t child = -1;
     result.started = reading >= 0 && writing >= 0 && start(program, argv.data(), writing, child);
     const bool closed = closeFile(writing);
 
-    // Read to its end before the wait, so that the child can always end.
+    // Read to the end before the wait: a full pipe would keep the child from ending.
     const auto count = [&](std::string_view block) {
         result.errorBytes += block.size();
         return true;

@@ -15,7 +15,7 @@ static int openFile(int directory, const char* name, int flags) {
 bool readBlocks(int descriptor, const Take& take) {
     std::array<char, blockSize> block;
     long got;
-    // Until a read gives nothing: there are file systems that tell a wrong size.
+    // Until a read returns no bytes, because some file systems report a wrong size.
     while ((got = again([&] { return ::read(descriptor, block.data(), block.size()); })) > 0)
         if (!take({block.data(), static_cast<std::size_t>(got)})) return true;
     return got == 0;

@@ -5,35 +5,35 @@
 #include <functional>
 #include <string_view>
 
-// Files by descriptor. The standard streams would not do: one library's takes a read that fails
-// for the end of the file, and both allocate for each file. Programs that are started inherit none
-// of these descriptors.
+// Files by descriptor, because one library's streams take a failed read for the end of the file,
+// and both libraries' streams allocate memory for each file. Child processes do not inherit the
+// descriptors that are opened here.
 
 // The size in bytes of the blocks in which files are read.
 inline constexpr std::size_t blockSize = 65536;
 
-// How the reading of a file ended; `complete`, at its end or where the caller had enough.
+// How the reading of a file ended; `complete` if at its end, or if the caller ended it.
 enum class ReadEnd { notOpened, brokenOff, complete };
 
-// Takes one block, 1 to `blockSize` bytes, and gives whether to go on.
+// Takes one block of 1 to `blockSize` bytes, and gives whether to continue.
 using Take = std::function<bool(std::string_view)>;
 
-// Takes a path, opens the file, hands each block to `take` in order, and closes the file, also when
+// Takes a path, opens the file, calls `take` with each block in order, and closes the file, even if
 // `take` fails. Gives how the reading ended. Fails only like `take`.
 ReadEnd readFile(const std::filesystem::path& file, const Take& take);
 
-// The same for a file in an open directory, by its name there. A link counts as not opened.
+// The same for a file in an open directory, by its name there. A symbolic link is not opened.
 ReadEnd readFile(int directory, const char* name, const Take& take);
 
-// Takes an open descriptor and hands each block to `take`. Gives false if a read failed.
+// Takes an open descriptor and calls `take` with each block. Gives false if a read failed.
 bool readBlocks(int descriptor, const Take& take);
 
-// Takes a path where nothing stands and creates a file there for writing. Gives a descriptor, or -1
-// when that fails.
+// Takes a path and creates a file there for writing. Gives a descriptor, or -1 on failure, also if
+// anything exists at the path.
 int openNew(const std::filesystem::path& file);
 
-// Takes a descriptor and writes all of `text`. Gives whether that worked; after a failure what had
-// been written stays.
+// Takes a descriptor and writes all of `text`. Gives whether that worked; after a failure, the
+// bytes written so far stay.
 bool writeAll(int descriptor, std::string_view text);
 
 // Takes a descriptor and closes it. Gives whether that worked.

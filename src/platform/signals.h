@@ -1,10 +1,10 @@
 #pragma once
 
-// Both block signals until the process ends. Children start with none blocked (see runChild).
+// Both functions block signals until the process ends, but not in children (see `runChild`).
 
-// Blocks PIPE and XFSZ, so that a write to a pipe without a reader, or beyond the file size limit,
-// fails instead of ending the process.
+// Blocks PIPE and XFSZ. A write to a pipe without a reader, or beyond the file size limit, then
+// fails and does not end the process.
 void blockWriteSignals();
 
-// Blocks the signals by which somebody stops a program: INT, TERM, HUP and QUIT.
+// Blocks the signals that are used to stop a program: INT, TERM, HUP and QUIT.
 void blockStops();

@@ -21,7 +21,7 @@ using Stream = std::unique_ptr<DIR, int (*)(DIR*)>;
                                             std::error_code(errno, std::generic_category()));
 }
 
-// `more` are flags of the opening.
+// Opens a directory in `parent`; `more` are further flags for openat.
 static Stream openDirectory(int parent, const char* name, int more, const std::string& path) {
     const int descriptor =
         again([&] { return ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | more); });
@@ -51,7 +51,7 @@ static std::vector<std::string> listing(DIR* stream, const std::string& path) {
     }
 }
 
-// Asked afresh: the type in the listing hides a status that cannot be taken.
+// Takes the status, because the type in the listing would hide that this fails.
 static Entry ask(int directory, const std::string& name, const std::string& path) {
     struct stat status;
     Entry entry = {directory, name, path, file_type::not_found};
@@ -67,12 +67,12 @@ static Entry ask(int directory, const std::string& name, const std::string& path
     return entry;
 }
 
-// Paths are put together as text: the library's own type would take each apart again.
+// Paths are joined as text, because the library's path type would parse each one again.
 static void descend(DIR* stream, const std::string& path,
                     const std::function<void(const Entry&)>& visit) {
     for (const std::string& name : listing(stream, path)) {
         const std::string below = path + name;
-        // Who takes the path later would fail; and it bounds the depth.
+        // Later calls with this path would fail; and the limit bounds the depth.
         errno = ENAMETOOLONG;
         if (below.size() >= PATH_MAX) fail("cannot take status", below);
         const Entry entry = ask(::dirfd(stream), name, below);

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-// No text needs an escape: each is a word of ours, a digest or the name of a run.
+// No text needs escaping: each is a fixed word, a bundle's key, a digest or the name of a run.
 
 static void printState(const State& state) {
     const std::string last = state.last ? state.last->name : "";

@@ -12,7 +12,7 @@
 #include "repair/undo.h"
 #include "repair/words.h"
 
-// Gives whether something has to be done.
+// Takes main's two arguments, and gives whether something needs to be done.
 static bool repair(int argc, char** argv) {
     std::filesystem::path testRoot;
     std::optional<std::string> run;
@@ -32,6 +32,7 @@ static bool repair(int argc, char** argv) {
     if (run) std::cout << (undid ? "Undid " + *run : *run + " has nothing to undo") << '\n';
     if (json) printFacts(VERSION, states);
     if (!json) printWords(testRoot, states);
+    if (!std::cout.flush()) throw std::runtime_error("Cannot write the output");
     bool urgent = false;
     for (const State& state : states) urgent = urgent || advise(testRoot, state).urgent;
     return urgent;

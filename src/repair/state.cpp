@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 Receipt receiptAt(const fs::path& path) {
     if (!stands(path)) return {path};
     Receipt receipt = {path, true, "damaged"};
-    // Nothing else can be a receipt, and some would never end.
+    // No other type can be a receipt, and reading a device might never end.
     if (!fs::is_regular_file(path)) return receipt;
     std::string text;
     const ReadEnd end = readFile(path, [&](std::string_view block) {
@@ -27,7 +27,7 @@ Receipt receiptAt(const fs::path& path) {
     try {
         receipt.manifest = parse(text);
         receipt.found = "whole";
-    } catch (const std::runtime_error&) {  // it stays damaged
+    } catch (const std::runtime_error&) {  // so `found` stays "damaged"
     }
     return receipt;
 }
@@ -36,11 +36,11 @@ std::optional<Manifest> contentOf(const fs::path& path) {
     if (!stands(path) || !fs::is_directory(path)) return {};
     try {
         return tree(path);
-    } catch (const fs::filesystem_error&) {  // it names its path
+    } catch (const fs::filesystem_error&) {  // its text names the path
         throw;
     } catch (const std::runtime_error& failure) {
         const std::string reason = failure.what();
-        // Only these two are certain. Otherwise something could not be read.
+        // Only with these two it certainly is no bundle. With others, a file could not be read.
         if (reason == "Symlink member refused" || reason == "Empty bundle refused") return {};
         throw std::runtime_error(reason + "; " + path.string());
     }
@@ -53,14 +53,15 @@ static std::string_view find(const fs::path& place, const Manifest& listed) {
     return contentOf(place) == listed ? "installed" : "changed";
 }
 
-// Gives the directories of a product's runs, newest first.
+// Gives the run directories of a product, newest first.
 static std::vector<fs::path> runsOf(const fs::path& backups, const std::string& product) {
     std::vector<fs::path> runs;
     if (!stands(backups)) return runs;
     const std::string prefix = product + '-';
     for (const std::string& name : names(backups)) {
         if (!name.starts_with(prefix) || name == prefix) continue;
-        const bool isNumber = name.find_first_not_of("0123456789", prefix.size()) == name.npos;
+        const bool isNumber = name.find_first_not_of("0123456789", prefix.size()) == name.npos &&
+                              name[prefix.size()] != '0';
         if (isNumber && fs::is_directory(backups / name)) runs.push_back(backups / name);
     }
     // A number with more digits is greater.
@@ -83,12 +84,17 @@ static Run runAt(const fs::path& directory, const std::vector<Bundle>& bundles) 
     return run;
 }
 
-// The name of a run does not tell its format.
-static bool isOf(const Run& run, const std::string& format) {
+static bool isOf(const Run& run, std::string_view format) {
     for (const char* const area : {"verified-backup", "staged", "original", "failed", "repaired"})
         if (stands(run.directory / area / format)) return true;
     const Manifest& listed = run.moved.manifest;
-    return !listed.empty() && listed.begin()->first.starts_with(format + '/');
+    return !listed.empty() && listed.begin()->first.starts_with(format);
+}
+
+// The name of a run does not contain its format. An empty run may be of each.
+static bool mayBeOf(const Run& run, std::string_view format) {
+    const auto isOfOne = [&](std::string_view one) { return isOf(run, one); };
+    return isOf(run, format) || std::none_of(formats.begin(), formats.end(), isOfOne);
 }
 
 static bool isInterrupted(const State& state) {
@@ -118,7 +124,7 @@ State stateOf(const fs::path& testRoot, const std::string& product, const std::s
     }
     for (const fs::path& directory : runsOf(support / "Backups", product)) {
         const Run run = runAt(directory, state.bundles);
-        if (!isOf(run, format)) continue;
+        if (!mayBeOf(run, format)) continue;
         state.runs.push_back(run);
         if (run.holds && !state.last) state.last = run;
     }

@@ -19,7 +19,7 @@
 
 namespace fs = std::filesystem;
 
-// A rename, and the content to read back after it; empty for what is not read back.
+// A rename, and the content that must be read back after it; empty: nothing is read back.
 struct Move {
     fs::path from;
     fs::path to;
@@ -32,7 +32,7 @@ static void checkWritable(const fs::path& path) {
         throw fs::filesystem_error("cannot write", path, {errno, std::generic_category()});
 }
 
-// Returns if each destination is free, or will be by then, and a lock or a right stops no move.
+// Returns if each destination is free, or will be by then, and no lock or right prevents a move.
 static void check(const std::vector<Move>& moves) {
     std::set<fs::path> freed;
     for (const Move& move : moves) {
@@ -49,13 +49,13 @@ static void check(const std::vector<Move>& moves) {
 static void carryOut(const std::vector<Move>& moves) {
     for (const Move& move : moves) {
         moveTo(move.from, move.to);
-        if (!move.content.empty() && tree(move.to) != move.content)
+        if (!move.content.empty() && contentOf(move.to) != move.content)
             throw std::runtime_error("Installed readback mismatch; " + move.to.string());
     }
 }
 
-// Gives what the last run's own receipt lists; nothing if that run was a removal, which neither
-// replaces a receipt nor stages anything.
+// Gives the manifest of the last run's own receipt. It is empty if that run was a removal, which
+// neither replaces a receipt nor stages a bundle.
 static Manifest ownReceipt(const State& state, const Run& last) {
     const bool replaced = last.moved.present && !last.removal;
     if (!replaced && !stands(last.directory / "staged")) return {};
@@ -64,7 +64,7 @@ static Manifest ownReceipt(const State& state, const Run& last) {
     return receiptAt(state.temporary).manifest;
 }
 
-// Gives the content of an original, which must be as its backup or as the old receipt lists it.
+// Gives the content of an original, which must match its backup or the old receipt.
 static Manifest verified(const fs::path& original, const fs::path& backup, const Manifest& listed) {
     const std::optional<Manifest> content = contentOf(original);
     if (!content || (content != listed && content != contentOf(backup)))
@@ -72,7 +72,7 @@ static Manifest verified(const fs::path& original, const fs::path& backup, const
     return *content;
 }
 
-// Gives the moves that undo the last run, except for that of an unfinished receipt.
+// Gives the moves that undo the last run, except the move of an unfinished receipt.
 static std::vector<Move> plan(const State& state, const Run& last) {
     const fs::path repaired = last.directory / "repaired";
     const Manifest& old = last.moved.present ? last.moved.manifest : state.receipt.manifest;
@@ -106,13 +106,13 @@ static bool undoRun(const fs::path& testRoot, const State& state, const Run& run
     if (run.holds && state.over)
         throw std::runtime_error("A later run replaced what it left: " + run.name);
     const std::vector<Move> moves = run.holds ? plan(state, run) : std::vector<Move>();
+    const Move last = {state.temporary, run.directory / "repaired" / state.temporary.filename()};
     check(moves);
-    if (run.holds && state.unfinished) checkWritable(state.temporary);
+    if (run.holds && state.unfinished && !stands(last.to)) check({last});
     blockStops();
     carryOut(moves);
-    const Move last = {state.temporary, run.directory / "repaired" / state.temporary.filename()};
     const State now = stateOf(testRoot, state.product, state.format);
-    // An older run that was interrupted needs it: it tells what that run installed.
+    // An older interrupted run needs the file, because it lists the bundles of that run.
     if (!now.unfinished || now.interrupted || stands(last.to)) return !moves.empty();
     check({last});
     carryOut({last});
@@ -120,8 +120,14 @@ static bool undoRun(const fs::path& testRoot, const State& state, const Run& run
 }
 
 bool undo(const fs::path& testRoot, const std::string& name) {
+    bool found = false;
+    bool moved = false;
     for (const State& state : survey(testRoot))
-        for (const Run& run : state.runs)
-            if (run.name == name) return undoRun(testRoot, state, run);
-    throw std::runtime_error("No such run: " + name);
+        for (const Run& run : state.runs) {
+            if (run.name != name) continue;
+            found = true;
+            moved = undoRun(testRoot, state, run) || moved;
+        }
+    if (!found) throw std::runtime_error("No such run: " + name);
+    return moved;
 }

@@ -17,7 +17,7 @@ static constexpr const char* damaged =
 
 static std::string commandFor(const fs::path& testRoot, const std::string& run) {
     std::string root = testRoot.native();
-    // A quote in the path would end the text for the shell.
+    // A quote in the path would end the quoted text in the shell.
     for (auto at = root.find('\''); at != std::string::npos; at = root.find('\'', at + 4))
         root.replace(at, 1, R"('\'')");
     const std::string option = root.empty() ? "" : " --test-root '" + root + "'";
@@ -28,7 +28,7 @@ Advice advise(const fs::path& testRoot, const State& state) {
     const std::string close = "Close all music programs and type: ";
     if (state.interrupted) return {close + commandFor(testRoot, state.last->name)};
     if (state.unfinished) {
-        // A run that failed has left it, and takes it.
+        // A run that failed has left the file, and undoing that run moves it.
         for (const Run& run : state.runs)
             if (!run.holds && !stands(run.directory / "repaired" / state.temporary.filename()))
                 return {close + commandFor(testRoot, run.name)};
@@ -56,7 +56,7 @@ static void printState(const State& state, const Advice& advice) {
     if (state.unfinished) std::cout << "  unfinished receipt: " << state.temporary.native() << '\n';
 }
 
-// Prints the run that can be undone, and what is in its directory.
+// Prints the last run, the bundles and receipt in its directory, and how to undo it.
 static void printLast(const fs::path& testRoot, const State& state) {
     std::cout << "  last run: " << state.last->directory.native() << '\n';
     for (const std::string area : {"original", "verified-backup", "staged", "failed", "repaired"})

@@ -8,7 +8,7 @@
 #include "package/tree.h"
 #include "transaction/move.h"
 
-// The key is copied beforehand, so that nothing can fail between the rename and its record.
+// The key is a copy already, so nothing can fail between the rename and its record.
 static void moveAndRecord(const std::filesystem::path& from, const std::filesystem::path& to,
                           BundleKey key, std::vector<BundleKey>& record) {
     moveTo(from, to);
@@ -16,7 +16,7 @@ static void moveAndRecord(const std::filesystem::path& from, const std::filesyst
 }
 
 void commit(const Work& work, bool remove, Done& done) {
-    // Room for all of them now: no append may fail after a rename.
+    // Reserved now, because no append may fail after a rename.
     done.moved.reserve(work.bundles.size());
     done.installed.reserve(work.bundles.size());
     for (const BundleKey& key : work.bundles) {

@@ -4,14 +4,14 @@
 
 namespace fs = std::filesystem;
 
-// Only where one is missing: there are file systems that refuse every change of permissions.
+// Only if a bit is missing, because some file systems refuse every change of permissions.
 static void addMissing(const fs::path& path, fs::perms wanted) {
     if ((fs::status(path).permissions() & wanted) != wanted)
         fs::permissions(path, wanted, fs::perm_options::add);
 }
 
-// As the library's recursive copy goes, with two differences: a directory can always be filled and
-// moved by its owner, and no umask takes permissions from a file.
+// Like the library's recursive copy, with two differences: the owner can always fill and move a
+// directory, and the umask takes no permission from a file.
 static void copyAll(const fs::path& from, const fs::path& to) {
     const fs::file_status status = fs::status(from);
     if (fs::is_directory(status)) {

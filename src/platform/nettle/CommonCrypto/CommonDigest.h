@@ -1,13 +1,13 @@
 #pragma once
 
-// The digest operations of the target platform, over Nettle, which picks the processor's own
-// instructions at run time. The results have no meaning, as there.
+// The digest functions of macOS for other systems, on top of Nettle, which selects the processor's
+// instructions at run time. The return values mean nothing, as on macOS.
 
 #include <nettle/sha2.h>
 
 #include <cstdint>
 
-// NOLINTBEGIN(readability-identifier-naming): the target's names.
+// NOLINTBEGIN(readability-identifier-naming): macOS's names.
 using CC_LONG = std::uint32_t;  // bytes
 using CC_SHA256_CTX = sha256_ctx;
 inline constexpr int CC_SHA256_DIGEST_LENGTH = 32;  // bytes
