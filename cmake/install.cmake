@@ -4,24 +4,23 @@ set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)  # the tests need not be built for it
 # The suffix is that of tools/release, for a commit that has no tag.
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION}${VERSION_SUFFIX})
 
-set(programs orvelline-installer orvelline-repair)
-install(TARGETS ${programs} DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS orvelline-installer orvelline-repair DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(PROGRAMS tools/make-package DESTINATION ${CMAKE_INSTALL_BINDIR})
-foreach(page ${programs} make-package)
-  configure_file(man/${page}.1 man/${page}.1 @ONLY)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/${page}.1
+foreach(program orvelline-installer orvelline-repair make-package)
+  configure_file(man/${program}.1 man/${program}.1 @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/man/${program}.1
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-endforeach()
-foreach(program ${programs})
   install(FILES completions/${program}.bash RENAME ${program}
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES completions/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
 endforeach()
-# As they stand here, since they link to each other.
+# In the same directories as here, because they link to each other. What an editor or Python leaves
+# beside them is not installed.
 install(FILES README.md ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md SECURITY.md copyright
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY fleet DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs fleet DESTINATION ${CMAKE_INSTALL_DOCDIR}
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.py" PATTERN "*.yml"
+  PATTERN ".*" EXCLUDE PATTERN __pycache__ EXCLUDE)
 
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
@@ -29,6 +28,16 @@ set(CPACK_PACKAGE_VENDOR "Orvelline")
 set(CPACK_PACKAGE_CONTACT "Orvelline release engineering <release@orvelline.invalid>")
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(CPACK_PACKAGE_DESCRIPTION "Every file is verified before anything changes. What is replaced is kept
+in a backup, and a run that fails rolls back.")
+# What a .pkg shows to its receiver. Without them CPack takes texts of its own.
+configure_file(copyright copyright.txt COPYONLY)
+configure_file(README.md README.txt COPYONLY)
+file(CONFIGURE OUTPUT welcome.txt CONTENT "${CPACK_PACKAGE_DESCRIPTION}\n")
+set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_CURRENT_BINARY_DIR}/copyright.txt)
+set(CPACK_RESOURCE_FILE_README ${CMAKE_CURRENT_BINARY_DIR}/README.txt)
+set(CPACK_RESOURCE_FILE_WELCOME ${CMAKE_CURRENT_BINARY_DIR}/welcome.txt)
 
 if(APPLE)
   set(CPACK_GENERATOR productbuild)
@@ -44,10 +53,8 @@ else()
   set(CPACK_DEBIAN_PACKAGE_DEPENDS "lsof, python3")
   set(CPACK_DEBIAN_PACKAGE_RECOMMENDS openssh-client)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/preinst)
+  set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/preinst
+    ${CMAKE_CURRENT_LIST_DIR}/prerm ${CMAKE_CURRENT_LIST_DIR}/postrm)
   set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-  set(CPACK_PACKAGE_DESCRIPTION "Every file is proved by its digest before anything changes.
-What is replaced is kept in a backup, and a run that fails puts everything
-back as it was.")
 endif()
 include(CPack)

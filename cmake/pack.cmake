@@ -1,4 +1,4 @@
-# Ends what is about to be packed. First the form that Debian asks for.
+# Finishes the files of a package before CPack packs them. For a .deb, first in Debian's form.
 if(CPACK_GENERATOR STREQUAL "DEB")
   set(usr ${CPACK_TEMPORARY_DIRECTORY}/usr)
   set(name ${CPACK_PACKAGE_NAME})
@@ -14,11 +14,10 @@ if(CPACK_GENERATOR STREQUAL "DEB")
   execute_process(COMMAND sed -i "1s|.*|#!/usr/bin/python3|" ${usr}/bin/make-package
     COMMAND_ERROR_IS_FATAL ANY)
 
-  # The program runs /usr/sbin/lsof; Debian's package lsof has /usr/bin/lsof alone. The link is a
-  # file of this package and not one that a postinst makes: dpkg knows whose it is, removes it with
-  # the package, and refuses it, or the other, should lsof bring a file of that name. A diversion
-  # would need that file, and an alternative a second program to choose from. For what dpkg does not
-  # see there is the preinst.
+  # The program runs /usr/sbin/lsof; Debian's package lsof has /usr/bin/lsof only. The link is a file
+  # of this package, not made by a postinst: so dpkg removes it with the package, and refuses a
+  # package lsof that has a file of this name. A diversion would need that file, and an alternative
+  # a second program. preinst, prerm and postrm spare a file there that dpkg does not know.
   file(MAKE_DIRECTORY ${usr}/sbin)
   file(CREATE_LINK ../bin/lsof ${usr}/sbin/lsof SYMBOLIC)
   file(WRITE ${usr}/share/lintian/overrides/${name}
@@ -26,7 +25,7 @@ if(CPACK_GENERATOR STREQUAL "DEB")
     "${name}: no-manual-page [usr/sbin/lsof]\n")
 endif()
 
-# Nothing may depend on the umask of whoever makes the package.
+# No permission may depend on the umask of the user who makes the package.
 file(GLOB_RECURSE entries LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
 foreach(entry ${CPACK_TEMPORARY_DIRECTORY} ${entries})
   if(IS_DIRECTORY ${entry})

@@ -3,7 +3,7 @@
 //   FAIL_CALL    number of the call that fails
 //   FAIL_WITH    errno of that failure; EIO if not set
 //   KILL_CALL    number of the call at which the program is killed
-//   LIST_CALLS   prints each call on standard error: name, path, number of earlier memory requests
+//   LIST_CALLS   prints each call on standard error: name, path, earlier requests for memory
 //   FAIL_MALLOC  number of the request for memory that fails; standard error says so
 //   STILL_CLOCK  stops the clock
 
@@ -54,8 +54,8 @@ extern "C" void* malloc(std::size_t size) {
     return nullptr;
 }
 
-// Each of these functions takes at most six words in registers, whatever their types. The third
-// argument is its path, if it has one; the last one is its name in a list.
+// Each of these takes at most six words in registers, whatever their types are. The third argument
+// is its path, if it has one; the last one is its name in a list.
 using Call = long(long, long, long, long, long, long);
 #define NAMED_CALL(function, failure, path, name)                                       \
     extern "C" Call faulty_##function asm(#function);                                   \

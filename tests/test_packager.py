@@ -1,44 +1,55 @@
-"""Makes packages with tools/make-package, and tries what it has to refuse."""
+"""Makes packages with tools/make-package, and tries what it must refuse."""
 
 import pytest
-from harness import ENVIRONMENT, HD, ROOT
+from harness import HD, ROOT
 
 pytestmark = pytest.mark.once
-# A key that signs, and "tool", which makes a stand-in for a program.
-PREPARED = """ssh-keygen -qt ed25519 -N '' -f key
-mkdir bin
-tool() { printf '#!/bin/sh\\n%s\\n' "$2" >bin/$1; chmod +x bin/$1; }"""
-BUNDLE = f"1/payload/{HD}"
-PLAIN, SIGNED = f"Marbrel VST3 {BUNDLE} out", f"--archive --sign key Marbrel VST3 {BUNDLE} out"
+B = f"1/payload/{HD}"
+# "sign" takes the code of an ssh-keygen, and "load" a module's name and what it runs.
+PREPARED = f"""cp '{ROOT}/tools/make-package' .
+plain() {{ exec ./make-package Marbrel VST3 {B} out; }}
+sign() {{
+    echo "#!/bin/sh\\n$1" | install -m 755 /dev/stdin ssh-keygen
+    PATH=$PWD:$PATH exec ./make-package --archive --sign key Marbrel VST3 {B} out
+}}
+load() {{ echo "$2" >$1.py; PYTHONPATH=$PWD plain; }}\n"""
+GROW = "gzip.GzipFile = lambda *words: [print('more', file=open(path, 'a')), real(*words)][1]"
 
 
-def make(studio, preparation, arguments):
-    return studio.sh(f"{preparation}\nexec '{ROOT}/tools/make-package' {arguments}", environment={
-        "PATH": f"{studio.place}/bin:{studio.build}/tests:{ENVIRONMENT['PATH']}",
-        "ORVELLINE_INSTALLER": "installer-under-test"})
+def fails(why):
+    return 1, "", f"make-package: {why}\n"
 
 
-@pytest.mark.parametrize("preparation, arguments, said", [
-    # Another run comes first, after the first look at the place.
-    ("tool installer-under-test 'touch out; echo \"READY: \"'", SIGNED, "already exists: {}/out"),
-    ("tool ssh-keygen 'exit 4'", SIGNED, "refused by ssh-keygen: status 4"),
-    ("ulimit -f 0", PLAIN, "File too large: out"),
-    (f"ln -s a {BUNDLE}/l", PLAIN, f"symbolic link: {{}}/{BUNDLE}/l"),
-    (f"touch {BUNDLE}/.DS_Store", PLAIN, f"left by a file manager: {{}}/{BUNDLE}/.DS_Store"),
-    (f"touch {BUNDLE}/e\u0301 {BUNDLE}/\u00c9", PLAIN, "names that differ in case or composition "
-     f"alone: {{0}}/{BUNDLE}/e\u0301 and {{0}}/{BUNDLE}/\u00c9"),
-    ("tool installer-under-test 'kill $PPID'", PLAIN, "")])
-def test_says_one_line_or_dies_and_leaves_nothing(studio, preparation, arguments, said):
+ENDS = {
+    "another run makes the output": ("sign 'touch out'", fails("already exists: out")),
+    "ssh-keygen says two lines": ("sign 'seq 2 >&2; false'", fails("refused by ssh-keygen: 1; 2")),
+    "the archive cannot move": ("sign 'mv $8 $8.sig'", fails("No such file or directory: out")),
+    "a file grows after its digest was taken": (
+        f'load sitecustomize "import gzip; real = gzip.GzipFile; path = \'{B}/a\'; {GROW}"',
+        fails("a bundle has changed while it was packed")),
+    "a bundle has a link": (f"ln -s a {B}/l; plain", fails(f"symbolic link: {B}/l")),
+    "a file manager was there": (f"touch {B}/._; plain", fails(f"left by a file manager: {B}/._")),
+    "macOS would treat two names as equal": (f"touch {B}/e\u0301 {B}/\u00c9; plain", fails(
+        f"names that differ in case or composition alone: {B}/e\u0301 and {B}/\u00c9")),
+    "an option is abbreviated": ("./make-package --arch a b c d 2>/dev/null", (2, "", "")),
+    "a signal comes while it works": ("sign 'kill $PPID'", (-15, "", "")),
+    "it is interrupted early": ("load argparse 'import os; os.kill(os.getpid(), 2)'", (-2, "", "")),
+}
+
+
+@pytest.mark.parametrize("code, ended", ENDS.values(), ids=ENDS)
+def test_leaves_nothing_if(studio, code, ended):
     studio.package("1", {f"{HD}/a": ""})
-    said = said and f"tools/make-package: {said.format(studio.place)}\n"
-    assert make(studio, f"{PREPARED}\n{preparation}", arguments) == (1 if said else -15, "", said)
+    status, out, err = studio.sh(PREPARED + code)
+    assert (status, out, err.replace(f"{studio.place}/", "")) == ended
     assert [*studio.place.glob(".make*"), *studio.place.glob("out?*")] == []
 
 
-def test_same_bundles_same_bytes(studio):
+def test_the_same_bundles_give_the_same_bytes_with_little_memory_too(studio):
     studio.package("1", {f"{HD}/{name}": name for name in ("-", "d/-/ä", "d-/x\\ny", " *")})
-    for preparation, arguments in [
-            (f"chmod 755 {BUNDLE}/-", f"--archive Marbrel VST3 {BUNDLE} one"),
-            (f"umask 077; chmod 770 {BUNDLE}/-", f"--archive Marbrel VST3 {BUNDLE}// two")]:
-        assert make(studio, f"touch {BUNDLE}/-; {preparation}", arguments).status == 0
+    for name, code in [("one", f"truncate -s 64M {B}/large; chmod 755"),
+                       ("two", "ulimit -v 64000; umask 077; chmod 770")]:
+        status, _, err = studio.sh(f"""{code} {B}/-
+        exec '{ROOT}/tools/make-package' --archive Marbrel VST3 {B} {name}""")
+        assert status == 0 and err.endswith(": left out of the package: MarbrelLowCPU.vst3\n"), err
     assert (studio.place / "one").read_bytes() == (studio.place / "two").read_bytes()
