@@ -30,6 +30,14 @@ def pytest_assertrepr_compare(op, left, right):
         return differences(right, left)
 
 
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item):
+    report = (yield).get_result()
+    if report.failed and hasattr(item, "studio"):
+        item.studio.keep = True
+        report.sections.append((f"kept: {item.studio.place}", "\n".join(item.studio.told)))
+
+
 def pytest_terminal_summary(terminalreporter):
     passed, failed, errors = (len(terminalreporter.stats.get(outcome, ()))
                               for outcome in ("passed", "failed", "error"))
@@ -39,15 +47,12 @@ def pytest_terminal_summary(terminalreporter):
 @pytest.fixture
 def studio(request):
     """A directory of the test's own, on a path without links. It is kept if the test fails."""
-    before = request.session.testsfailed
     place = Path(tempfile.mkdtemp(dir=os.path.realpath(tempfile.gettempdir())))
-    studio = Studio(place, os.path.abspath(request.config.getoption("--build")),
-                    request.config.getoption("--emulator").split())
-    yield studio
-    if request.session.testsfailed > before:
-        print(f"kept: {place}", *studio.told, sep="\n")  # pytest adds it to the report
-    else:
-        studio.sh("chmod -R u+rwx .")
+    request.node.studio = Studio(place, os.path.abspath(request.config.getoption("--build")),
+                                 request.config.getoption("--emulator").split())
+    yield request.node.studio
+    if not request.node.studio.keep:
+        request.node.studio.sh("chmod -R u+rwx .")
         shutil.rmtree(place)
 
 

@@ -84,7 +84,7 @@ class Studio:
     def __init__(self, place, build, emulator):
         self.place, self.build, self.emulator = place, build, emulator
         self.plugins, self.support = place / "r/plugins", place / "r/support"
-        self.told = deque(maxlen=3)  # the last commands, for the report of a red test
+        self.told, self.keep = deque(maxlen=3), False  # for the report of a red test
         (place / "home").mkdir()
         self.lsof()
 

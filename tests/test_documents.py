@@ -72,4 +72,4 @@ def test_every_place_has_the_options(program, sources):
         places["README.md"] = r"^\| `--([a-z-]+)"
     wrong = [f"{place}: --{option}" for place, form in places.items()
              for option in known ^ {*re.findall(form, read(place), re.M)}]
-    assert known and not wrong, wrong
+    assert not wrong, "\n".join(wrong)
