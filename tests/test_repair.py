@@ -78,8 +78,8 @@ a number decides which run is newer | on 1; on 2; on 1; set -- $runs/*; rm -r $1
     mv $2 $runs/Marbrel-9; mv $3 $runs/Marbrel-10; run=Marbrel-10 | well |
     Undid 0 HD=2 LOW=2 receipt=2
 an upgrade was killed after its first bundle, and a backup is damaged |
-    on 1; on 2; half; echo >$backup/b; ln -s b $HD/c | 1 interrupted, HD changed, LOW installed: close |
-    Undid 0 HD=1 LOW=1 receipt=1
+    on 1; on 2; half; echo >$backup/b; ln -s b $HD/c |
+    1 interrupted, HD changed, LOW installed: close | Undid 0 HD=1 LOW=1 receipt=1
 an upgrade was killed while a bundle was away that no receipt lists |
     on 1; on hd; on 1; killed; put $LOW staged | 1 interrupted, HD installed: close |
     Undid 0 HD=1 LOW=1 receipt=hd
@@ -127,7 +127,8 @@ def test_states(shop, code, look, undone):
     assert f"{word} {ended.status} {left}" == undone
     before = disk(shop.place / "r")
     ended = shop.tool("--test-root", "r", "--undo", run, program="repair")
-    assert (ended.out.startswith(nothing), differences(before, disk(shop.place / "r"))) == (True, [])
+    assert ended.out.startswith(nothing)
+    assert differences(before, disk(shop.place / "r")) == []
 
 
 # What is in the way; by which piece of shell after an upgrade; the options; and the message.
