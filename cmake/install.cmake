@@ -1,7 +1,7 @@
-# Where `cmake --install` puts things, and the packages that CPack makes of them.
+# What `cmake --install` installs, and how CPack makes packages of it.
 include(GNUInstallDirs)
-set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)  # the tests need not be built for it
-# The suffix is that of tools/release, for a commit that has no tag.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)  # an install does not need the tests
+# tools/release sets the suffix, if the commit has no tag.
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION}${VERSION_SUFFIX})
 
 install(TARGETS orvelline-installer orvelline-repair DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -14,8 +14,8 @@ foreach(program orvelline-installer orvelline-repair make-package)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES completions/_${program} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
 endforeach()
-# In the same directories as here, because they link to each other. What an editor or Python leaves
-# beside them is not installed.
+# The documents keep their directories, because they link to each other. Files that an editor or
+# Python leaves beside them are not installed.
 install(FILES README.md ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md SECURITY.md copyright
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs fleet DESTINATION ${CMAKE_INSTALL_DOCDIR}
@@ -31,7 +31,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 
 set(CPACK_PACKAGE_DESCRIPTION "Every file is verified before anything changes. What is replaced is kept
 in a backup, and a run that fails rolls back.")
-# What a .pkg shows to its receiver. Without them CPack takes texts of its own.
+# The texts that a .pkg shows to the user. Without them, CPack shows its own.
 configure_file(copyright copyright.txt COPYONLY)
 configure_file(README.md README.txt COPYONLY)
 file(CONFIGURE OUTPUT welcome.txt CONTENT "${CPACK_PACKAGE_DESCRIPTION}\n")

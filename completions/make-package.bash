@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Completes the command line of make-package in bash, from 3.2 on.
+# Completes the command line of make-package in bash 3.2 or newer.
 _make_package() {
     local word=${COMP_WORDS[COMP_CWORD]} kind found
     case "${COMP_WORDS[COMP_CWORD - 1]} ${COMP_WORDS[*]} " in

@@ -1,4 +1,4 @@
-"""The .deb in a root of its own: what it refuses, brings, and leaves when it goes."""
+"""Installs and removes the .deb in a separate root directory, and tries what it must refuse."""
 
 import pytest
 from harness import ROOT
@@ -9,10 +9,10 @@ cpack --config "$1/CPackConfig.cmake" -B . -G DEB
 mkdir -p root/usr/bin root/usr/sbin root/var/lib/dpkg/info root/var/lib/dpkg/updates
 dpkg="fakeroot dpkg --force-script-chrootless --force-depends --log=log --root=$PWD/root"
 ln -s ../bin/lsof root/usr/sbin/lsof
-$dpkg -i ./*.deb 2>&1 | grep 'is not of this package'  # because of a link that is not its own
+$dpkg -i ./*.deb 2>&1 | grep 'does not belong to this package'  # the link is not its own
 mv root/usr/sbin/lsof root/usr/bin
 $dpkg -i ./*.deb
-$dpkg -i ./*.deb  # over itself, so over its own link
+$dpkg -i ./*.deb  # again, over its own link
 root/usr/bin/make-package Marbrel VST3 "$2"/payload/VST3/* out | grep root/usr/bin/orvelline
 [ "$(zgrep -x '.Os "Orvelline Installer" [0-9.]*' root/usr/share/man/man1/* | wc -l)" -eq 3 ]
 $dpkg --remove orvelline-installer
