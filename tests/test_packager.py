@@ -1,11 +1,12 @@
-"""Makes packages with tools/make-package, and tries what it must refuse."""
+"""Makes packages with tools/make-package, also those that it must refuse."""
 
 import pytest
 from harness import HD, ROOT
 
 pytestmark = pytest.mark.once
 B = f"1/payload/{HD}"
-# "sign" takes the code of an ssh-keygen, and "load" a module's name and what it runs.
+# Shell functions: "sign" takes the code of a false ssh-keygen, "load" the name and code of a module
+# that Python finds first.
 PREPARED = f"""cp '{ROOT}/tools/make-package' .
 plain() {{ exec ./make-package Marbrel VST3 {B} out; }}
 sign() {{
@@ -26,11 +27,11 @@ ENDS = {
     "the archive cannot move": ("sign 'mv $8 $8.sig'", fails("No such file or directory: out")),
     "a file grows after its digest was taken": (
         f'load sitecustomize "import gzip; real = gzip.GzipFile; path = \'{B}/a\'; {GROW}"',
-        fails("a bundle has changed while it was packed")),
+        fails("a bundle changed while it was packed")),
     "a bundle has a link": (f"ln -s a {B}/l; plain", fails(f"symbolic link: {B}/l")),
     "a file manager was there": (f"touch {B}/._; plain", fails(f"left by a file manager: {B}/._")),
     "macOS would treat two names as equal": (f"touch {B}/e\u0301 {B}/\u00c9; plain", fails(
-        f"names that differ in case or composition alone: {B}/e\u0301 and {B}/\u00c9")),
+        f"macOS treats these names as equal: {B}/e\u0301 and {B}/\u00c9")),
     "an option is abbreviated": ("./make-package --arch a b c d 2>/dev/null", (2, "", "")),
     "a signal comes while it works": ("sign 'kill $PPID'", (-15, "", "")),
     "it is interrupted early": ("load argparse 'import os; os.kill(os.getpid(), 2)'", (-2, "", "")),
