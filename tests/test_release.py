@@ -1,4 +1,4 @@
-"""Makes releases with tools/release: twice the same bytes, and refusals that keep the old one."""
+"""Makes a release twice, which must give the same bytes. A refusal must keep the old release."""
 
 import pytest
 from harness import ROOT, disk
@@ -13,10 +13,10 @@ touch longer/b/docs/ignored.md"""
 REFUSALS = {
     "a file is new, and the last release was killed between its renames": (
         "mv a/dist a/dist.old; touch a/new", "the checkout has changes:\n?? new"),
-    "the commit has another tag": ("git -C a tag v8", "the tag v8 names another version"),
+    "the commit has another tag": ("git -C a tag v8", "the tag v8 is of another version"),
     "the key cannot sign": ("touch k; set -- --sign k", "cannot sign with {}/k"),
     "another release is being made": ("exec 8<a; flock 8", "another release is being made"),
-    "there is no repository": ("rm -r a/.git", "this is no checkout of a Git repository"),
+    "there is no repository": ("rm -r a/.git", "this is not a checkout of a Git repository"),
 }
 
 

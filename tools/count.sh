@@ -1,5 +1,5 @@
 # shellcheck shell=sh
-# For tools/check and tools/check-target: runs tests, and counts how many passed and failed.
+# Functions of tools/check and tools/check-target: run tests, and count how many passed and failed.
 passed=0
 failed=0
 
@@ -8,7 +8,7 @@ count() {
     status=0
     tests/run "$@" >build/tests.log 2>&1 || status=$?
     [ "$status" -eq 0 ] || cat build/tests.log
-    # Status 1 means that tests failed; a higher status, that the run was not completed.
+    # Status 1: some tests failed. A higher status: the run was not completed.
     [ "$status" -le 1 ] || exit 1
     counts=$(grep -Ex '[0-9]+ passed, [0-9]+ failed' build/tests.log)
     echo "$counts"
@@ -18,7 +18,7 @@ count() {
     failed=$((failed + $3))
 }
 
-# Prints the sums, and gives status 1 if anything failed.
+# Prints the totals. Gives status 1 if anything failed.
 total() {
     echo "$passed passed, $failed failed"
     [ "$failed" -eq 0 ]
