@@ -1,4 +1,4 @@
-"""The options of a test run, the directory that each test gets, and what a red test says."""
+"""The options of a test run, the directory of each test, and the report of a failed test."""
 
 import os
 import shutil
@@ -14,12 +14,12 @@ if "PYTEST_XDIST_WORKER" in os.environ:
 
 
 def pytest_addoption(parser):
-    parser.addoption("--build", default=str(ROOT / "build/release"), help="what is tested")
+    parser.addoption("--build", default=str(ROOT / "build/release"), help="the build to test")
     parser.addoption("--emulator", default="", help="the command that runs the built programs")
 
 
 def pytest_collection_modifyitems(items):
-    """The tests of the programs come first, so that -x stops at the nearest cause."""
+    """Runs the tests of the programs first, so that -x stops near the cause."""
     items.sort(key=lambda item: item.path.stem in AROUND)
 
 
@@ -46,7 +46,7 @@ def pytest_terminal_summary(terminalreporter):
 
 @pytest.fixture
 def studio(request):
-    """A directory of the test's own, on a path without links. It is kept if the test fails."""
+    """A new directory for each test, on a path without links. It is kept if the test fails."""
     place = Path(tempfile.mkdtemp(dir=os.path.realpath(tempfile.gettempdir())))
     request.node.studio = Studio(place, os.path.abspath(request.config.getoption("--build")),
                                  request.config.getoption("--emulator").split())

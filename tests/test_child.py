@@ -1,4 +1,4 @@
-"""The load check's child and the signals, in the surroundings that a run may be started in."""
+"""The child of the load check, and signals, in unusual environments of a run."""
 
 import shlex
 import signal
@@ -29,13 +29,13 @@ def test_an_upgrade_in_odd_surroundings(installed, prepare):
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT],
                          ids=lambda number: number.name)
 def test_a_signal_ends_a_run_before_the_commit_and_waits_during_it(installed, number):
-    # Tests that run in the background may have been started with it ignored.
+    # A test that runs in the background may have been started with the signal ignored.
     default = {"preexec_fn": lambda: signal.signal(number, signal.SIG_DFL)}
     installed.lsof({"PREFLIGHT_2": f"kill -{number:d} $PPID"})
     assert installed.on("2", **default) == (-number, "", "")
     installed.lsof({"COMMIT_1": f"kill -{number:d} $PPID"})
     installed.done("2", **default)
-    # One that ends a hanging check as well rolls the run back.
+    # A signal that also ends lsof makes the run roll back.
     installed.lsof({"COMMIT_2": f"kill -{number:d} $PPID $$"})
     assert installed.on("1", **default) == failed(LOADED)
     assert disk(installed.plugins) == disk(installed.place / "2/payload")

@@ -1,30 +1,30 @@
-"""Runs in which something changes between preflight and their end, and what they roll back."""
+"""Runs in which the disk changes after preflight, and their rollback."""
 
 import resource
 
 import pytest
 from harness import HD, LIBRARY, LOW, RECEIPT, disk, files, lines, table
 
-# What the pieces of shell know: the run's directory, a bundle that it has staged, and of the second
-# bundle the new and the installed version.
+# Variables of the shell code: the run directory, its staged second bundle, the new and the
+# installed version of the second bundle, and the receipt.
 WORDS = f"""run=$(echo r/support/Backups/*); run=${{run##* }} staged=$run/staged/{LOW}
 new=2/payload/{LOW} old=r/plugins/{LOW} receipt=r/support/{RECEIPT}; """
 
 
 def change(studio, when):
-    """Has a piece of shell run at a moment of the next run. A file "x" is then in use."""
+    """Runs shell code at a moment of the next run. Every file "x" counts as in use."""
     moment, code = when.split(": ", 1)
     studio.lsof({moment.split()[0]: WORDS + code, "*/x:1": "exit 0"})
 
 
 def kept(studio):
-    """The bundles in the areas of the last run's directory, such as "failed=HD staged=LOW"."""
+    """The bundles in the last run directory, by area, such as "failed=HD staged=LOW"."""
     run = max(studio.support.glob("Backups/*"))
     return " ".join(f"{area}={name}" for area in ("original", "failed", "staged")
                     for name, key in (("HD", HD), ("LOW", LOW)) if (run / area / key).exists())
 
 
-# What happens; when, by which piece of shell; what the run says; and which bundles it has kept.
+# What happens; when, and the shell code; the message; the bundles left in the run directory.
 @pytest.mark.parametrize("when, message, left", table("""
 a bundle changes early | PREFLIGHT_2 of a removal: >$old/x | Backup verification failed |
 a payload changes | PREFLIGHT_2: >$new/x | Stage verification failed | staged=HD staged=LOW
@@ -80,7 +80,7 @@ def test_installs_although(installed, when, left):
 
 
 def test_a_rollback_that_fails_loses_nothing(installed):
-    # The second is loaded, and an obstacle stands where the first new bundle has to go.
+    # The second bundle is loaded, and a file is in the way of the first, which has to move back.
     change(installed, "COMMIT_2: echo >$run/failed; exit 0")
     assert installed.on("2") == installed.ends(LIBRARY)
     for version, key in ("2", HD), ("1", LOW):
@@ -90,12 +90,12 @@ def test_a_rollback_that_fails_loses_nothing(installed):
 
 
 def test_a_receipt_that_stops_short(installed):
-    # Longer than what the stand-in for lsof writes.
+    # The receipt is longer than the file that the replacement of lsof writes.
     installed.package("2", receipt := files(2) | {f"{HD}/c/{number}": "" for number in range(20)})
     limit = len(lines(receipt)) - 10
     assert installed.on("2", preexec_fn=lambda: resource.setrlimit(
         resource.RLIMIT_FSIZE, (limit, limit))) == installed.ends("Receipt write failed")
-    # An install goes no further from now on; a removal does not mind, and finds what stood there.
+    # Further installs fail. A removal works, because the previous versions are installed again.
     assert installed.on("1") == installed.ends(
         "Stale transaction receipt preserved; contact support")
     installed.done("1", "--remove")

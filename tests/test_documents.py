@@ -1,4 +1,4 @@
-"""Holds documents, manual pages and completions against the program, and runs what they show."""
+"""Compares documents, manual pages and completions with the programs, and runs README."""
 
 import re
 import shutil
@@ -18,7 +18,7 @@ def read(name):
 
 
 def blocks(document):
-    """The shell commands of a document, one piece for each fenced sh block."""
+    """The fenced sh blocks of a document."""
     return re.findall(r"^```sh\n(.*?)\n```$", read(document), re.M | re.S)
 
 
@@ -26,7 +26,7 @@ def test_commands_of_the_readme_run_in_one_shell_and_print_what_it_says(studio):
     copy = studio.place / "orvelline-installer"
     shutil.copytree(ROOT, copy, symlinks=True, ignore=shutil.ignore_patterns(".git", "build"))
     shutil.copytree(studio.build, copy / "build/release")
-    (copy / "build/release/.run").touch()  # it is built
+    (copy / "build/release/.run").touch()  # so tools/run does not build it again
     codes = [code for code in blocks("README.md") if code != "tools/check"]  # runs this test
     ended = studio.sh("\n".join(["exec 2>&1", *codes]), cwd=copy)
     told = ended.out.replace(str(copy), "/home/you/orvelline-installer")

@@ -1,4 +1,4 @@
-"""The command line, and every refusal up to the end of the verification."""
+"""The command line, and every failure before the end of a dry run."""
 
 import resource
 import shlex
@@ -9,7 +9,7 @@ from harness import HD, INSTALLED, RECEIPT, disk, files, table
 ONE = {f"{HD}/a": "one"}
 
 
-# Why a command is refused, the command, "tool" being the program, and what it says.
+# Why the command fails; the command, where "tool" is the installer; the message.
 @pytest.mark.parametrize("command, message", table("""
 no package is named | tool --dry-run | Package directory required
 a path is empty | tool --package p --package '' | Package directory required
@@ -38,8 +38,8 @@ def test_command_line(studio, command, message):
     assert studio.sh(f"{tool}; {command}") == studio.ends(message)
 
 
-# What the pieces of shell know: the manifest and how to add a line or a path to it, the product's
-# file, the receipt, and of the first bundle the new and the installed version.
+# Names in the shell code: the manifest, and functions that add a line or a path to it; PRODUCT.txt;
+# the receipt; the new and the installed version of the first bundle.
 WORDS = f"""list=p/CONTENTS.sha256 product=p/PRODUCT.txt receipt=r/support/{RECEIPT}
 new=p/payload/{HD} old=r/plugins/{HD} digest=$(printf %064d)
 line() {{ printf "$1\\n" >>$list; }}
@@ -47,7 +47,7 @@ path() {{ line "$digest  $1"; }}
 """
 
 
-# A rule, what is said when it is broken, and what breaks it.
+# A rule; the message if it is broken; the shell code that breaks it.
 @pytest.mark.parametrize("message, change", table(r"""
 a manifest is a file with a line | Empty manifest | rm $list; mkdir $list or
     rm -r r/plugins; : >$receipt or : >$receipt; echo >$new/x
@@ -116,9 +116,9 @@ CONTENTS = {
 def test_installs(studio, which):
     package = studio.package("p", {f"{HD}/{path}": text for path, text in CONTENTS[which].items()})
     receipt = (package / "CONTENTS.sha256").read_bytes()
-    # Neither the order of the lines counts, nor the end of the last one.
+    # The lines may be in any order, and the last one may lack its newline.
     (package / "CONTENTS.sha256").write_bytes(b"\n".join(reversed(receipt.split(b"\n")[:-1])))
-    limit = 1024 if studio.emulator else 64  # an emulator needs some itself
+    limit = 1024 if studio.emulator else 64  # an emulator opens some itself
     studio.done("p", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit)))
     assert disk(studio.plugins) == disk(package / "payload")
     assert (studio.support / RECEIPT).read_bytes() == receipt

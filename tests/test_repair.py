@@ -1,4 +1,4 @@
-"""What orvelline-repair says, undoes and refuses, besides the sweep of killed runs."""
+"""What orvelline-repair prints, undoes and refuses; test_sweep.py has the killed runs."""
 
 import json
 import os
@@ -11,8 +11,8 @@ from harness import HD, LOW, RECEIPT, differences, disk, files, table
 
 PACKAGES = {"1": files(1), "2": files(2), "hd": files(1, HD), "low": files(1, LOW),
             "au": files(1, "Components/MarbrelHDAU.component")}
-# For pieces of shell: both programs; of the newest run, the name and the paths; ways to turn a
-# finished run into one that was killed; and a line with what is installed.
+# For the shell code: the paths; functions that install, and set the name and paths of the newest
+# run; functions that turn a finished run into a killed one; and one that prints what is installed.
 WORDS = f"""HD=r/plugins/{HD} LOW=r/plugins/{LOW} receipt=r/support/{RECEIPT} runs=r/support/Backups
 paths() {{ t=$(echo $runs/Marbrel-*); t=${{t##* }}; run=${{t##*/}} old=$t/previous-receipt.sha256
 original=$t/original/{HD} backup=$t/verified-backup/{HD}; }}
@@ -27,7 +27,7 @@ installed() {{ echo HD=$(from $HD payload/{HD}) LOW=$(from $LOW payload/{LOW}) \
 receipt=$(from $receipt CONTENTS.sha256); }}
 paths
 """
-# The last line of a look. RUN is $run, OLDER another run.
+# The last line without --undo. RUN is $run, OLDER another run.
 CLOSE = "Close all music programs and type: orvelline-repair --test-root '{}/r' --undo "
 LAST = {
     "well": "Nothing needs to be done", "close": f"{CLOSE}RUN", "close older": f"{CLOSE}OLDER",
@@ -48,7 +48,7 @@ def shop(studio):
 
 
 def sh(shop, code):
-    """Runs a piece of shell; gives its output, and the name of $run."""
+    """Runs shell code; gives its output, and the name of $run."""
     programs = "".join(f'{name}() {{ {shlex.join(shop.command(name))} "$@"; }}\n'
                        for name in ("installer", "repair"))
     ended = shop.sh(f"{programs}{WORDS}{code}\necho $run")
@@ -57,7 +57,7 @@ def sh(shop, code):
 
 
 def said(ended, run):
-    """The status of a look, its words on the first product and format, and its last line."""
+    """The status, the lines on the first product and format, and the last line."""
     block = re.search("^Marbrel VST3: (.*(?:\n  [^ ].*)*)", ended.out, re.M)[1]
     block = re.sub("\n  (last run|to undo it).*|(?<=unfinished) receipt: .*", "", block)
     block = block.replace(": ", " ").replace("\n  ", ", ")

@@ -1,4 +1,4 @@
-"""Whole runs that nothing disturbs, and runs whose calls fail or do their work in odd ways."""
+"""Undisturbed runs, and runs in which single calls fail or have odd results."""
 
 import os
 import resource
@@ -9,7 +9,7 @@ from harness import (HD, INSTALLED, LIBRARY, LOADED, LOW, READY, RECEIPT, disk, 
 
 
 def below(area, entries):
-    """What a directory is to hold, with its own entry."""
+    """Puts entries into a directory; gives them together with its own entry."""
     return {area: "directory"} | {f"{area}/{path}": entry for path, entry in entries.items()}
 
 
@@ -18,7 +18,7 @@ def test_what_each_kind_of_run_leaves(studio):
     staged = below("staged", {"VST3": "directory"})
     assert disk(studio.done("one")) == staged
     assert (studio.place / "calls").read_text() == ""
-    # An upgrade, a reinstall, a downgrade: each replaces what was there.
+    # An upgrade, a reinstall and a downgrade all replace the previous version.
     for old, new in ("one", "two"), ("two", "two"), ("two", "one"):
         studio.lsof()
         backup = below("original", payload[old]) | below("verified-backup", payload[old])
@@ -58,7 +58,7 @@ def test_what_counts_as_loaded(installed, answer):
 
 
 def test_copies_keep_their_permissions_whatever_the_umask(studio):
-    # For files, only libc++ lets the umask take permissions, which have to be added again.
+    # Only with libc++ does the umask remove permissions from a copied file. They are added again.
     bundle = studio.package("p", files(1, HD)) / "payload" / HD
     modes = {"MacOS/a": 0o557, "b": 0o446, "MacOS": 0o707, "": 0o555}
     for path, mode in modes.items():
@@ -71,7 +71,7 @@ def test_copies_keep_their_permissions_whatever_the_umask(studio):
 
 @pytest.mark.once
 def test_no_permissions_are_set_where_none_is_missing(installed):
-    # There are file systems that refuse to set any.
+    # Some file systems refuse every change of permissions.
     calls = installed.on("2", **installed.faulty(LIST_CALLS=1)).err.splitlines()
     assert [call for call in calls if call.startswith("fchmodat")] == []
 

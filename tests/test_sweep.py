@@ -1,4 +1,4 @@
-"""Runs that fail or are killed at each of their calls, and what orvelline-repair makes of them."""
+"""Runs that fail or are killed at each of their calls, and their repair by orvelline-repair."""
 
 import errno
 import json
@@ -10,21 +10,21 @@ from harness import HD, LOW, differences
 
 pytestmark = pytest.mark.once
 CHANGES = "mkdir|rename|write|sendfile|copy_file_range|fchmod|open.* creates"
-# What a run repeats after an interruption: all such calls, except those that the library makes.
+# The calls that a run repeats after an interruption: all of its own, but none of the library.
 AGAIN = "openat|read|write|fstatat|pipe|posix_spawn|waitpid"
-# The arguments of each run, and whether the old package is installed before it.
+# For each kind of run: its arguments, and whether the old package is installed before it.
 RUNS = {"install": (["--package", "new"], False), "upgrade": (["--package", "new"], True),
         "removal": (["--package", "old", "--remove"], True)}
 WELL = "Nothing needs to be done"
 
 
 class Sweep:
-    """One kind of run in a studio: how it starts, its calls, and how it ends."""
+    """One kind of run: the state before it, its calls, and the state after it."""
 
     def __init__(self, studio, kind):
         self.studio, (self.arguments, installed) = studio, RUNS[kind]
         self.root = studio.place / "r"
-        studio.sh("ln -sf /bin/false lsof; mkdir r")  # nothing is loaded, in no time
+        studio.sh("ln -sf /bin/false lsof; mkdir r")  # a fast answer: nothing is loaded
         for version in "old", "new":
             studio.package(version, {f"{key}/MacOS/a": f"{key} {version}" for key in (HD, LOW)})
         if installed:
@@ -38,13 +38,13 @@ class Sweep:
         return [number for number, call in enumerate(self.calls, 1) if re.match(names, call)]
 
     def entries(self):
-        """Every file below the root: its path, its inode and its content."""
+        """The path, inode and content of each file below the root."""
         for path in self.root.rglob("*"):
             if path.is_file():
                 yield str(path.relative_to(self.root)), path.stat().st_ino, path.read_bytes()
 
     def state(self):
-        """What a user has: every bundle's files, the receipts and their .tmp files."""
+        """The files outside Backups: the installed bundles, the receipts and their .tmp files."""
         return {path: content for path, _, content in self.entries() if "Backups/" not in path}
 
     def run(self, **faults):
@@ -54,7 +54,7 @@ class Sweep:
         return self.call("repair", options, faults)
 
     def call(self, program, arguments, faults):
-        """Runs a program; every file that was there must be there afterwards, wherever it is."""
+        """Runs a program. Each file from before must still exist afterwards, at any path."""
         before = {entry[1:] for entry in self.entries()}
         ended = self.studio.tool("--test-root", "r", *arguments, program=program,
                                  **self.studio.faulty(**faults))
@@ -62,18 +62,18 @@ class Sweep:
         return ended
 
     def again(self, **faults):
-        """Runs once more from the start; gives how that ended."""
+        """Restores the state before the run, and runs again; gives the end."""
         shutil.rmtree(self.root)
         shutil.copytree(self.studio.place / "start", self.root)
         return self.run(**faults)
 
     def undo(self, **faults):
-        """Undoes the run that the facts name, if there is one."""
+        """Undoes the run that --json names, if it names one."""
         self.run_undone = json.loads(self.repair("--json").out)["formats"][0]["undo"]
         return self.repair("--undo", self.run_undone, **faults)
 
     def obey(self):
-        """Does what the last line says until nothing needs to be done; gives what it said."""
+        """Follows the last line until nothing needs to be done. Gives all last lines."""
         said = []
         while not said or said[-1] != WELL:
             assert len(said) < 5, said
@@ -90,12 +90,12 @@ class Sweep:
         return said
 
     def is_at(self, wanted, number):
-        """Demands that a user has this after the fault at a call, which a red test names."""
+        """Compares the state with the wanted one. A failure names the call that had the fault."""
         call = self.calls[number - 1]
         assert (call, differences(wanted, self.state())) == (call, [])
 
     def fails(self, passed=False, number=0, **fault):
-        """Lets a call fail, which must undo the run, or may be passed over; gives what was said."""
+        """Makes a call fail. The run must roll back or, if `passed`, may succeed. Gives `err`."""
         ended = self.again(**fault or {"FAIL_CALL": number})
         if ended.status == 0 and passed:
             self.is_at(self.end, number)
@@ -115,7 +115,8 @@ def sweep(studio, request):
 
 
 def test_a_call_fails(sweep):
-    # Passed over are a close, and a read of a manifest, which ends there. Listings come later.
+    # A run may succeed if close fails, or a read of a manifest, which then counts as its end. These
+    # reads come before the first listing of a directory.
     listing = sweep.numbers("readdir")[0]
     passed = sweep.numbers("close") + [read for read in sweep.numbers("read ") if read < listing]
     for number, _ in enumerate(sweep.calls, 1):
@@ -128,7 +129,7 @@ def test_a_call_is_interrupted_or_refused_memory(sweep):
         ended = sweep.again(FAIL_CALL=number, FAIL_WITH=errno.EINTR)
         assert (ended.status, ended.err) == (0, ""), sweep.calls[number - 1]
         sweep.is_at(sweep.end, number)
-    # From the first load check of the commit on: two bundles have been checked before it.
+    # Memory is refused from the commit on. Its first load check is the third: preflight has two.
     first, last = (int(sweep.calls[number - 1].split()[-1])
                    for number in (sweep.numbers("pipe")[2], len(sweep.calls)))
     for request in range(first, last + 1):
@@ -148,7 +149,7 @@ def test_a_run_is_killed(sweep, tries):
 
 
 def test_an_undoing_is_killed_or_fails(sweep):
-    for number in [0, *sweep.numbers(CHANGES)]:  # first, of a run that has finished
+    for number in [0, *sweep.numbers(CHANGES)]:  # 0: not killed, so a finished run is undone
         sweep.again(KILL_CALL=number)
         calls = sweep.undo(LIST_CALLS=1).err.splitlines()
         for rename in (place for place, call in enumerate(calls, 1) if call.startswith("rename")):
