@@ -151,6 +151,8 @@ a file that cannot be read | chmod 0 $HD/b | --undo RUN |
 a receipt that cannot be read | chmod 0 $old | --json |
     Cannot read {{}}/r/support/Backups/RUN/previous-receipt.sha256
 an unknown run | : | --undo Marbrel-1 | No such run: Marbrel-1
+a run whose format nothing shows | on 2 --remove; rm -r $t/[ov]*; echo >$t/removed-receipt.sha256 |
+    --undo RUN | No such run: RUN
 a newer run | r=$run; on 1; echo $run >newer; run=$r | --undo RUN | Undo this run first: NEWER
 an install after a removal | on 2 --remove; r=$run; on 2; run=$r | --undo RUN |
     A later run replaced what it left: RUN
