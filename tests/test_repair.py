@@ -83,6 +83,9 @@ an upgrade was killed after its first bundle, and a backup is damaged |
 an upgrade was killed while a bundle was away that no receipt lists |
     on 1; on hd; on 1; killed; put $LOW staged | 1 interrupted, HD installed: close |
     Undid 0 HD=1 LOW=1 receipt=hd
+an upgrade was killed between the renames of the receipts | on hd; on 2; unfinished |
+    1 interrupted, HD on no receipt, LOW on no receipt, receipt absent, unfinished: close |
+    Undid 0 HD=1 LOW=- receipt=hd
 a receipt equals the previous one, so the unfinished one is the run's own |
     on hd; on 1; unfinished; cp $old $receipt |
     1 interrupted, HD installed, LOW on no receipt, unfinished: close |
@@ -90,6 +93,10 @@ a receipt equals the previous one, so the unfinished one is the run's own |
 a bundle that somebody else has put there stays |
     on hd; on hd; cp -r 2/payload/VST3/*Low* r/plugins/VST3 |
     0 not well, HD installed, LOW on no receipt: unlisted | Undid 0 HD=1 LOW=2 receipt=hd
+a removal that has finished was not interrupted | on 1; on 1 --remove; >$receipt.tmp |
+    1 not well, receipt absent, unfinished: close older | Undid 0 HD=1 LOW=1 receipt=1
+a removal that found no bundle is undone | on 1; rm -r $HD $LOW; on 1 --remove |
+    0 well, receipt absent: well | Undid 1 HD=- LOW=- receipt=1
 a killed removal installed nothing, even if an unfinished receipt lists something |
     on hd; on hd --remove; mv $t/removed* $receipt; cp 1/C* $receipt.tmp; mkdir $LOW |
     1 interrupted, HD missing, LOW on no receipt, unfinished: close | Undid 0 HD=1 LOW=? receipt=hd
